@@ -1,0 +1,76 @@
+#pragma once
+// The main run loop: one thread owns all state and runs, in order, posted
+// work, due timers and finished HTTP transfers. libcurl's multi interface is
+// driven from here with curl_multi_poll; post() and quit() wake it with
+// curl_multi_wakeup, so nothing ever blocks the loop on the network.
+//
+// post() and quit() are safe from any thread; everything else runs on the
+// loop's thread.
+#include <curl/curl.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+namespace wren {
+
+class RunLoop {
+ public:
+  using Task = std::function<void()>;
+  using TimerId = uint64_t;
+
+  RunLoop();
+  ~RunLoop();
+  RunLoop(const RunLoop&) = delete;
+  RunLoop& operator=(const RunLoop&) = delete;
+
+  // The process's main loop, created on first use.
+  static RunLoop& main();
+
+  // Queues fn to run on the loop's thread, after the work already queued.
+  void post(Task fn);
+  // Runs fn once on the loop's thread after `delay`. Loop thread only.
+  TimerId addTimer(std::chrono::milliseconds delay, Task fn);
+  void cancelTimer(TimerId id);
+
+  // Runs until quit(). The calling thread becomes the loop's thread.
+  void run();
+  // Runs until `done()` is true after a turn, or quit(). For tools and tests.
+  void runUntil(const std::function<bool()>& done);
+  void quit();
+
+  bool isLoopThread() const;
+  // Transfers in flight (for "exit once nothing is pending").
+  size_t pendingTransfers() const { return transfers_.size(); }
+
+  // Takes the easy handle into the multi handle; `done` runs on the loop
+  // thread with the transfer's result, then the handle is removed and
+  // cleaned up by the loop. Loop thread only.
+  void addTransfer(CURL* easy, std::function<void(CURLcode)> done);
+
+  // The multi handle, shared by every transfer so connections are reused.
+  CURLM* multi() const { return multi_; }
+
+ private:
+  void turn(int maxWaitMs);
+  void runPosted();
+  int runTimers();  // returns ms until the next timer, or -1
+  void finishTransfers();
+
+  CURLM* multi_ = nullptr;
+  std::mutex mutex_;
+  std::vector<Task> posted_;
+  bool quit_ = false;
+  std::thread::id owner_;
+  TimerId nextTimer_ = 1;
+  std::multimap<std::chrono::steady_clock::time_point, std::pair<TimerId, Task>> timers_;
+  std::unordered_map<CURL*, std::function<void(CURLcode)>> transfers_;
+};
+
+}  // namespace wren

@@ -1,0 +1,25 @@
+#pragma once
+// One-line and descriptive text forms of dictionaries and arrays, for log lines.
+#include <optional>
+#include <string>
+
+#include "util/json.h"
+
+namespace wren {
+
+// A dictionary: pretty-printed JSON with every ' ' and '\n' removed (inside
+// strings too, deliberately). An array: each element's text joined with ",".
+// A string: itself. Numbers, booleans and null: their JSON text.
+std::string toString(const Json& value);
+
+// The classic property-list description of a value, as the service's log
+// expects it: "{\n    key = value;\n}" with entries sorted by key, nested
+// containers indented by four more blanks, arrays as "(\n    a,\n    b\n)",
+// texts quoted unless made only of letters, digits and "_" (and not empty).
+std::string description(const Json& value);
+
+// Pretty-printed JSON (4-blank indent) of a dictionary or array, or nullopt
+// for anything else.
+std::optional<std::string> dictToJsonStr(const Json& value);
+
+}  // namespace wren

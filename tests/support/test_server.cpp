@@ -1,0 +1,122 @@
+#include "support/test_server.h"
+
+#include <strings.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+#include <thread>
+
+namespace wren::test {
+
+std::string RecordedRequest::header(const std::string& name) const {
+  for (const auto& [k, v] : headers)
+    if (strcasecmp(k.c_str(), name.c_str()) == 0) return v;
+  return "";
+}
+
+bool RecordedRequest::hasHeader(const std::string& name) const {
+  for (const auto& [k, v] : headers)
+    if (strcasecmp(k.c_str(), name.c_str()) == 0) return true;
+  return false;
+}
+
+TestCertificate TestCertificate::make() {
+  char tmpl[] = "/tmp/wren-cert-XXXXXX";
+  if (!mkdtemp(tmpl)) throw std::runtime_error("mkdtemp failed");
+  TestCertificate c{tmpl, std::string(tmpl) + "/cert.pem", std::string(tmpl) + "/key.pem"};
+  std::string cmd = "openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=127.0.0.1 "
+                    "-addext subjectAltName=IP:127.0.0.1,DNS:localhost -keyout " +
+                    c.keyFile + " -out " + c.certFile + " >/dev/null 2>&1";
+  if (std::system(cmd.c_str()) != 0) throw std::runtime_error("openssl could not make a certificate");
+  return c;
+}
+
+TestServer::TestServer() : server_(std::make_unique<httplib::Server>()) { start(); }
+
+TestServer::TestServer(const TestCertificate& cert)
+    : server_(std::make_unique<httplib::SSLServer>(cert.certFile.c_str(), cert.keyFile.c_str())), tls_(true) {
+  start();
+}
+
+void TestServer::start() {
+  respond(200, "application/json", "{}");
+  auto dispatch = [this](const httplib::Request& req, httplib::Response& res) {
+    RecordedRequest r;
+    r.method = req.method;
+    r.path = req.path;
+    r.target = req.target;
+    auto q = req.target.find('?');
+    if (q != std::string::npos) r.query = req.target.substr(q + 1);
+    for (const auto& [k, v] : req.headers) r.headers.emplace_back(k, v);
+    r.body = req.body;
+    r.remotePort = req.remote_port;
+    Handler h;
+    {
+      std::lock_guard lock(mutex_);
+      h = handler_;
+    }
+    h(req, res);
+    {
+      std::lock_guard lock(mutex_);
+      requests_.push_back(std::move(r));
+    }
+    cv_.notify_all();
+  };
+  for (auto* route : {"/.*"}) {
+    server_->Get(route, dispatch);
+    server_->Post(route, dispatch);
+    server_->Put(route, dispatch);
+    server_->Delete(route, dispatch);
+  }
+  server_->set_keep_alive_max_count(1000);
+  port_ = server_->bind_to_any_port("127.0.0.1");
+  if (port_ <= 0) throw std::runtime_error("test server could not bind");
+  thread_ = std::thread([this] { server_->listen_after_bind(); });
+  while (!server_->is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+TestServer::~TestServer() {
+  server_->stop();
+  if (thread_.joinable()) thread_.join();
+}
+
+void TestServer::setHandler(Handler handler) {
+  std::lock_guard lock(mutex_);
+  handler_ = std::move(handler);
+}
+
+void TestServer::respond(int status, const std::string& contentType, const std::string& body) {
+  setHandler([=](const httplib::Request&, httplib::Response& res) {
+    res.status = status;
+    res.set_content(body, contentType.c_str());
+  });
+}
+
+std::string TestServer::origin() const {
+  return std::string(tls_ ? "https" : "http") + "://127.0.0.1:" + std::to_string(port_);
+}
+
+std::vector<RecordedRequest> TestServer::requests() const {
+  std::lock_guard lock(mutex_);
+  return requests_;
+}
+
+size_t TestServer::requestCount() const {
+  std::lock_guard lock(mutex_);
+  return requests_.size();
+}
+
+bool TestServer::waitForRequests(size_t n, int timeoutMs) const {
+  std::unique_lock lock(mutex_);
+  return cv_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return requests_.size() >= n; });
+}
+
+void TestServer::clear() {
+  std::lock_guard lock(mutex_);
+  requests_.clear();
+}
+
+}  // namespace wren::test
