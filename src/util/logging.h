@@ -32,6 +32,7 @@ void systemLog(std::string_view line);
 
 // Where finished lines go (the text, without the trailing newline). The default
 // writes to stderr. Tests install their own; pass nullptr to restore stderr.
+// The sink is called with the writer's lock held: it must not log itself.
 using LogSink = std::function<void(std::string_view line)>;
 void setLogSink(LogSink sink);
 
