@@ -1,0 +1,156 @@
+#include "host/native_host.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+#include <variant>
+
+#include "bridge/safari_extension_handler.h"
+#include "host/framing.h"
+#include "net/ajax.h"
+#include "server/setting.h"
+#include "server/wren_browser_ext_server.h"
+#include "util/logging.h"
+#include "util/version.h"
+
+namespace wren {
+
+NativeHost::NativeHost(RunLoop& loop, int outFd, Ajax& ajax, Setting& setting, WrenBrowserExtServer& server,
+                       std::function<void()> onClosed)
+    : loop_(loop),
+      outFd_(outFd),
+      onClosed_(std::move(onClosed)),
+      browser_(loop, [this](const Json& frame) { send(frame); }),
+      handler_(std::make_unique<SafariExtensionHandler>(server, setting, ajax, browser_, kVersion)) {
+  server.setBrowser(&browser_);
+}
+
+NativeHost::~NativeHost() = default;
+
+void NativeHost::sendHello() { send(helloFrame(kVersion)); }
+
+void NativeHost::send(const Json& frame) {
+  if (closed_) return;
+  std::string payload = serializeFrame(frame);
+  if (payload.size() > kMaxOutgoingFrameBytes) {
+    std::string what = frame.value("type", "");
+    if (frame.contains("name") && frame["name"].is_string()) what += " \"" + frame["name"].get<std::string>() + "\"";
+    systemLog("[wren-bridge] dropped " + what + " frame of " + std::to_string(payload.size()) +
+              " bytes: a browser accepts at most " + std::to_string(kMaxOutgoingFrameBytes));
+    return;
+  }
+  if (!writeFrame(outFd_, payload)) {
+    systemLog("[wren-bridge] cannot write to the browser; closing");
+    closed_ = true;
+    if (onClosed_) onClosed_();
+  }
+}
+
+void NativeHost::handlePayload(const std::string& payload) {
+  ParsedEnvelope parsed = parseEnvelope(payload);
+  if (!parsed.value) {
+    systemLog("[wren-bridge] dropped frame: " + parsed.error);
+    return;
+  }
+  // The domain code checks the types it reads; this guard only keeps one bad
+  // message from taking the whole connection down if a check was missed.
+  try {
+    if (auto* m = std::get_if<IncomingMessage>(&*parsed.value)) {
+      handler_->messageReceivedWithName(m->name, m->page, m->userInfo);
+    } else if (auto* r = std::get_if<IncomingResult>(&*parsed.value)) {
+      if (!browser_.handleResult(*r))
+        systemLog("[wren-bridge] dropped result " + std::to_string(r->id) + ": no such call is waiting");
+    } else {
+      systemLog("[wren-bridge] dropped frame: the popover is not available in this build");
+    }
+  } catch (const std::exception& e) {
+    systemLog(std::string("[wren-bridge] dropped frame: internal error: ") + e.what());
+  }
+}
+
+namespace {
+
+// Keeps the protocol stream private: frames go to a duplicate of the real
+// stdout, and descriptor 1 now points at stderr, so a stray print from any
+// library can never corrupt a frame.
+int takeProtocolStdout() {
+  int fd = ::dup(STDOUT_FILENO);
+  if (fd >= 0) ::dup2(STDERR_FILENO, STDOUT_FILENO);
+  return fd;
+}
+
+}  // namespace
+
+int runNativeMessagingHost() {
+  int outFd = takeProtocolStdout();
+  if (outFd < 0) {
+    systemLog("[wren-bridge] cannot take stdout for the protocol");
+    return 1;
+  }
+  ::signal(SIGPIPE, SIG_IGN);
+  // SIGTERM and SIGINT are taken by one thread with sigwait, so every other
+  // thread (libcurl's included) is spared and the loop quits in order.
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  sigaddset(&stopSignals, SIGTERM);
+  sigaddset(&stopSignals, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+  RunLoop& loop = RunLoop::main();
+  Ajax& ajax = Ajax::shared();
+  Setting& setting = Setting::sharedInstance();
+  WrenBrowserExtServer& server = WrenBrowserExtServer::sharedInstance();
+  NativeHost host(loop, outFd, ajax, setting, server, [&loop] { loop.quit(); });
+  host.sendHello();
+
+  std::atomic<bool> stopping{false};
+  std::thread signals([&loop, &stopping, stopSignals] {
+    int sig = 0;
+    if (sigwait(&stopSignals, &sig) == 0 && !stopping) {
+      systemLog(std::string("[wren-bridge] ") + (sig == SIGTERM ? "SIGTERM" : "SIGINT") + " received; exiting");
+      loop.quit();
+    }
+  });
+
+  int cancel[2];
+  if (::pipe(cancel) != 0) {
+    systemLog("[wren-bridge] cannot create a pipe");
+    return 1;
+  }
+  std::thread reader([&loop, &host, cancelFd = cancel[0]] {
+    FrameReader frames(STDIN_FILENO, cancelFd);
+    for (;;) {
+      ReadResult r = frames.next();
+      if (r.status == ReadStatus::kFrame) {
+        loop.post([&host, payload = std::move(r.payload)] { host.handlePayload(payload); });
+        continue;
+      }
+      if (r.status == ReadStatus::kTooLong)
+        systemLog("[wren-bridge] frame of " + std::to_string(r.announced) + " bytes announced, over the limit of " +
+                  std::to_string(kMaxIncomingFrameBytes) + "; the stream cannot be resynchronised, exiting");
+      else if (r.status != ReadStatus::kEndOfStream)
+        systemLog(std::string("[wren-bridge] ") + std::string(readStatusName(r.status)) + " on stdin; exiting");
+      // Queued behind the frames already read, so those are still handled.
+      loop.post([&loop] { loop.quit(); });
+      return;
+    }
+  });
+
+  loop.run();
+  // Stop both helper threads and wait for them, so nothing posts to the loop
+  // while it is torn down.
+  stopping = true;
+  (void)!::write(cancel[1], "x", 1);
+  reader.join();
+  pthread_kill(signals.native_handle(), SIGTERM);
+  signals.join();
+  ::close(cancel[0]);
+  ::close(cancel[1]);
+  Logging::flush();
+  ::close(outFd);
+  return 0;
+}
+
+}  // namespace wren
