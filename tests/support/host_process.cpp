@@ -128,6 +128,21 @@ std::optional<OJson> HostProcess::readFrameWhere(const std::function<bool(const 
   }
 }
 
+std::string HostProcess::readAllStdout(std::chrono::milliseconds timeout) {
+  auto deadline = std::chrono::steady_clock::now() + timeout;
+  std::string out;
+  char buf[4096];
+  for (;;) {
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return out;
+    pollfd p{out_, POLLIN, 0};
+    if (::poll(&p, 1, static_cast<int>(left.count())) <= 0) continue;
+    ssize_t k = ::read(out_, buf, sizeof buf);
+    if (k <= 0) return out;
+    out.append(buf, static_cast<size_t>(k));
+  }
+}
+
 bool HostProcess::stdoutClosed(std::chrono::milliseconds timeout) {
   auto deadline = std::chrono::steady_clock::now() + timeout;
   char c;

@@ -32,6 +32,8 @@ class HostProcess {
   std::optional<OJson> readFrameWhere(const std::function<bool(const OJson&)>& pred,
                                       std::chrono::milliseconds timeout = std::chrono::seconds(5),
                                       std::vector<OJson>* skipped = nullptr);
+  // Everything on stdout until it closes (for the non-protocol commands).
+  std::string readAllStdout(std::chrono::milliseconds timeout = std::chrono::seconds(15));
   // Whether stdout reaches end of stream (the host closed it) within the timeout.
   bool stdoutClosed(std::chrono::milliseconds timeout);
   void closeStdin();

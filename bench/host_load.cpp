@@ -1,0 +1,125 @@
+// Load driver: the real wren-bridge against the real service simulator, with
+// many pages in flight asking for link ratings. Prints throughput, latency
+// percentiles, the host's peak memory and how soon it said hello.
+//
+//   host_load [--pages 64] [--links 20] [--seconds 5]
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support/host_process.h"
+
+using namespace std::chrono;
+using wren::test::HostProcess;
+using wren::test::OJson;
+
+namespace {
+
+long peakRssKiB(pid_t pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  std::string line;
+  while (std::getline(status, line))
+    if (line.rfind("VmHWM:", 0) == 0) return std::stol(line.substr(6));
+  return -1;
+}
+
+int startSimulator(pid_t* pid) {
+  int out[2];
+  if (pipe(out) != 0) return -1;
+  *pid = fork();
+  if (*pid == 0) {
+    dup2(out[1], 1);
+    close(out[0]);
+    execl(WREN_SIM_EXE, WREN_SIM_EXE, "--port", "0", "--quiet", static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  close(out[1]);
+  std::string line;
+  char c;
+  while (read(out[0], &c, 1) == 1 && c != '\n') line += c;
+  auto j = OJson::parse(line, nullptr, false);
+  if (j.is_discarded() || !j.contains("port")) return -1;
+  return j["port"].get<int>();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int pages = 64, links = 20;
+  double seconds = 5;
+  for (int i = 1; i + 1 < argc; i += 2) {
+    std::string a = argv[i];
+    if (a == "--pages") pages = std::stoi(argv[i + 1]);
+    if (a == "--links") links = std::stoi(argv[i + 1]);
+    if (a == "--seconds") seconds = std::stod(argv[i + 1]);
+  }
+  pid_t sim = -1;
+  int port = startSimulator(&sim);
+  if (port <= 0) {
+    std::fprintf(stderr, "could not start the simulator\n");
+    return 1;
+  }
+  char tmpl[] = "/tmp/wren-load-XXXXXX";
+  std::string config = mkdtemp(tmpl);
+  std::map<std::string, std::string> env{{"WREN_SERVICE_ORIGIN", "http://127.0.0.1:" + std::to_string(port)},
+                                         {"XDG_CONFIG_HOME", config}};
+
+  auto t0 = steady_clock::now();
+  HostProcess host(WREN_BRIDGE_EXE, {}, env);
+  auto hello = host.readFrame();
+  double helloMs = duration<double, std::milli>(steady_clock::now() - t0).count();
+  if (!hello) return 1;
+
+  // A page rating switches the toolbar on, as in the browser.
+  host.send({{"type", "message"}, {"name", "wtp_rating"}, {"page", -1},
+             {"userInfo", {{"urls", {{{"url", "https://www.example.com/"}, {"id", 0}}}}}}});
+  if (!host.readFrame(seconds * 1000ms)) return 1;
+
+  OJson urls = OJson::array();
+  for (int i = 0; i < links; ++i)
+    urls.push_back({{"url", (i % 5 == 0 ? "http://bit.ly/l" : "https://site" + std::to_string(i) + ".example/p")},
+                    {"id", i}});
+  auto request = [&](int page) {
+    return OJson{{"type", "message"}, {"name", "rateItems"}, {"page", page},
+                 {"userInfo", {{"type", "AutomaticScan"}, {"urls", urls}}}};
+  };
+  std::vector<steady_clock::time_point> sent(pages);
+  std::vector<double> latencies;
+  auto start = steady_clock::now();
+  auto end = start + duration_cast<steady_clock::duration>(duration<double>(seconds));
+  for (int p = 0; p < pages; ++p) {
+    sent[p] = steady_clock::now();
+    host.send(request(p));
+  }
+  size_t answers = 0;
+  while (steady_clock::now() < end) {
+    auto f = host.readFrame(5s);
+    if (!f) break;
+    int p = (*f)["page"];
+    auto now = steady_clock::now();
+    latencies.push_back(duration<double, std::milli>(now - sent[p]).count());
+    ++answers;
+    sent[p] = now;
+    host.send(request(p));
+  }
+  double elapsed = duration<double>(steady_clock::now() - start).count();
+  long rss = peakRssKiB(host.pid());
+  host.closeStdin();
+  host.wait();
+  kill(sim, SIGTERM);
+  std::sort(latencies.begin(), latencies.end());
+  auto pct = [&](double q) { return latencies.empty() ? 0 : latencies[size_t(q * (latencies.size() - 1))]; };
+  std::printf("pages in flight   %d (rateItems of %d links)\n", pages, links);
+  std::printf("answers           %zu in %.2f s = %.0f answers/s\n", answers, elapsed, answers / elapsed);
+  std::printf("latency           p50 %.2f ms, p99 %.2f ms, max %.2f ms\n", pct(0.5), pct(0.99), pct(1.0));
+  std::printf("host peak RSS     %.1f MiB\n", rss / 1024.0);
+  std::printf("hello after       %.2f ms from spawn\n", helloMs);
+  return 0;
+}
