@@ -15,7 +15,8 @@ std::string toString(const Json& value);
 // The classic property-list description of a value, as the service's log
 // expects it: "{\n    key = value;\n}" with entries sorted by key, nested
 // containers indented by four more blanks, arrays as "(\n    a,\n    b\n)",
-// texts quoted unless made only of letters, digits and "_" (and not empty).
+// texts quoted unless made only of letters, digits and "_" (and not empty),
+// booleans as 1 and 0, null as <null>. A text on its own is returned as is.
 std::string description(const Json& value);
 
 // Pretty-printed JSON (4-blank indent) of a dictionary or array, or nullopt
