@@ -4,40 +4,26 @@
 // headers, accepted media types and callbacks; connections to one origin are
 // reused through the loop's shared multi handle.
 //
-// Runs on the main run loop; the request operations must be called there.
+// Runs on its run loop. The request operations may be called from any thread
+// (a call from elsewhere is handed to the loop); they never block and never
+// call back from inside the call. Absent (empty) callbacks are skipped.
+// Owns nothing per request: each request owns its own state until its
+// completion has run, so an Ajax may go away with requests in flight.
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "net/answer_decoding.h"
+#include "net/http_headers.h"
+#include "net/http_types.h"
+#include "net/query_encoding.h"
 #include "net/run_loop.h"
 #include "util/json.h"
 
 namespace wren {
-
-// A response's status line and header fields, in the order received.
-struct HttpResponse {
-  long statusCode = 0;
-  std::string url;
-  std::vector<std::pair<std::string, std::string>> headerFields;
-  // The first field of that name, compared case-insensitively.
-  std::optional<std::string> header(std::string_view name) const;
-};
-
-struct HttpError {
-  // libcurl's result code, or one of the codes below for a failure found
-  // after the transfer.
-  int code = 0;
-  std::string localizedDescription;
-  static constexpr int kBadStatus = -1011;
-  static constexpr int kUnacceptableContentType = -1016;
-  static constexpr int kCannotDecode = -3840;
-  static constexpr int kTooLarge = -1103;
-};
-
-// Request headers, in the order they are sent.
-using Headers = std::vector<std::pair<std::string, std::string>>;
 
 // Success of the GETs and the form/JSON POST: (response, decoded body). The
 // body is an object or an array, or nullopt for an empty body.
@@ -52,10 +38,13 @@ struct AjaxOptions {
   // The data relay's address: a form/JSON POST to exactly this URL sends JSON.
   std::string dataRelayUrl;
   // Seconds for the raw POST; used when > 0, else the default timeout.
+  // Called on the loop's thread as each raw POST starts.
   std::function<long long()> rawPostTimeoutSeconds;
   // A PEM bundle to trust instead of the system's CA store (empty: system).
   std::string caFile;
 };
+
+struct AjaxRequest;  // one exchange's state (net/ajax_request.h)
 
 class Ajax {
  public:
@@ -87,23 +76,9 @@ class Ajax {
             RawCompletion failure);
 
  private:
-  struct Request;
-  void start(std::unique_ptr<Request> request);
+  void start(std::shared_ptr<AjaxRequest> request);
   RunLoop& loop_;
   AjaxOptions options_;
 };
-
-// The query/form encoding: keys sorted byte-wise, nested objects as
-// key%5Bsub%5D=v, arrays as key%5B%5D=v per element, null as the bare key,
-// true/false as 1/0, numbers in shortest round-trip form; bytes outside
-// A-Z a-z 0-9 - . _ ~ / ? as upper-case %XX ("%20" for a space).
-std::string queryStringFromParameters(const Json& parameters);
-// url + "?" or "&" + the query; url unchanged for empty parameters.
-std::string appendQuery(const std::string& url, const Json& parameters);
-// A header value with CR, LF and NUL percent-encoded, so page data can never
-// inject a header line.
-std::string safeHeaderValue(std::string_view value);
-// The media type of a Content-Type value: lower case, parameters dropped.
-std::string mediaType(std::string_view contentType);
 
 }  // namespace wren

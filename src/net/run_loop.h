@@ -4,10 +4,14 @@
 // driven from here with curl_multi_poll; post() and quit() wake it with
 // curl_multi_wakeup, so nothing ever blocks the loop on the network.
 //
+// Owns the multi handle and every easy handle given to addTransfer() until
+// that transfer's completion has run.
+//
 // post() and quit() are safe from any thread; everything else runs on the
-// loop's thread.
+// loop's thread (the thread that created the loop until run() is called).
 #include <curl/curl.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -43,6 +47,8 @@ class RunLoop {
   void run();
   // Runs until `done()` is true after a turn, or quit(). For tools and tests.
   void runUntil(const std::function<bool()>& done);
+  // Makes run()/runUntil() return after the current turn. A quit() that
+  // arrives while the loop is not running ends the next run at once.
   void quit();
 
   bool isLoopThread() const;
@@ -51,23 +57,29 @@ class RunLoop {
 
   // Takes the easy handle into the multi handle; `done` runs on the loop
   // thread with the transfer's result, then the handle is removed and
-  // cleaned up by the loop. Loop thread only.
+  // cleaned up by the loop. Loop thread only. When the multi handle refuses
+  // the transfer, `done` still runs (with CURLE_FAILED_INIT) in a later turn.
   void addTransfer(CURL* easy, std::function<void(CURLcode)> done);
 
   // The multi handle, shared by every transfer so connections are reused.
   CURLM* multi() const { return multi_; }
 
  private:
+  // The longest a turn sleeps with nothing due: a safety net only, every
+  // event that matters wakes the poll itself.
+  static constexpr int kMaxWaitMs = 1000;
+
   void turn(int maxWaitMs);
   void runPosted();
   int runTimers();  // returns ms until the next timer, or -1
   void finishTransfers();
+  int waitMs(int maxWaitMs);
 
   CURLM* multi_ = nullptr;
   std::mutex mutex_;
   std::vector<Task> posted_;
-  bool quit_ = false;
-  std::thread::id owner_;
+  std::atomic<bool> quit_ = false;
+  std::atomic<std::thread::id> owner_;
   TimerId nextTimer_ = 1;
   std::multimap<std::chrono::steady_clock::time_point, std::pair<TimerId, Task>> timers_;
   std::unordered_map<CURL*, std::function<void(CURLcode)>> transfers_;
