@@ -1,0 +1,142 @@
+#pragma once
+// The toolbar popover's controller: shows the service's feature flags as the
+// rows' check marks, greys the rows out while the toolbar is disabled, routes
+// each row's click to the local-service client, reloads the flags on request,
+// keeps the mail-scan row in step with the active web-mail tab and lights the
+// rows up under the mouse.
+//
+// Runs on the main run loop. Owns the popover's view hierarchy (PopoverView)
+// and the five hover layers; uses the Setting record, the service client, the
+// loop and the browser it is given, which must outlive it.
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/browser.h"
+#include "popover/gradient_layer.h"
+#include "popover/popover_view.h"
+
+namespace wren {
+
+class RunLoop;
+class Setting;
+class Strings;
+class VeldrinConfigItem;
+class WrenBrowserExtServer;
+
+enum class Appearance { Light, Dark };
+
+// Layout priorities of the two constraints around the mail-scan row: the
+// layout with the row present must win.
+inline constexpr float kTopToVeldrinPriority = 750.0f;
+inline constexpr float kTopToManualRatingPriority = 250.0f;
+
+// The mail-scan row's tooltip where no supported web-mail account is shown.
+inline constexpr std::string_view kVeldrinUnavailableTooltipKey = "veldrin_menu_item_diable_tooltip";
+inline constexpr std::string_view kVeldrinStringsTable = "veldrin";
+inline constexpr std::string_view kVeldrinUnavailableTooltip = "Works for Gmail and Yahoo Mail when you are signed in.";
+
+class SafariExtensionViewController {
+ public:
+  // Installs itself as the server's way of closing the popover.
+  SafariExtensionViewController(Setting& setting, WrenBrowserExtServer& server, RunLoop& loop, Browser* browser,
+                                Strings& strings);
+  ~SafariExtensionViewController();
+  SafariExtensionViewController(const SafariExtensionViewController&) = delete;
+  SafariExtensionViewController& operator=(const SafariExtensionViewController&) = delete;
+
+  // The process's controller on the process-wide singletons; its browser is
+  // set later with setBrowser(). Created on first use, thread-safe.
+  static SafariExtensionViewController& sharedController();
+
+  void setBrowser(Browser* browser) { browser_ = browser; }
+  // The host's way of closing the popover (none: closing does nothing).
+  void setDismissHandler(std::function<void()> handler) { dismissHandler_ = std::move(handler); }
+  // Called after any change of a widget or layer, possibly many times per
+  // run-loop turn; the host coalesces.
+  void setOnChange(std::function<void()> onChange) { view_.changeSignal().setHandler(std::move(onChange)); }
+  // Set by the host before viewWillAppear.
+  void setAppearance(Appearance appearance) { appearance_ = appearance; }
+  Appearance appearance() const { return appearance_; }
+
+  PopoverView& view() { return view_; }
+  const PopoverView& view() const { return view_; }
+
+  // The owned hover layers; null until initializeLayer built them.
+  GradientLayer* layerAutoRating() const { return layerAutoRating_.get(); }
+  GradientLayer* layerManualRating() const { return layerManualRating_.get(); }
+  GradientLayer* layerVeldrin() const { return layerVeldrin_.get(); }
+  GradientLayer* layerSettings() const { return layerSettings_.get(); }
+  GradientLayer* layerHelp() const { return layerHelp_.get(); }
+
+  // Appearance hooks.
+  void awakeFromNib() {}
+  void viewWillAppear();
+  void viewDidAppear();
+
+  // Reloads the three flags from the service; touches no view.
+  void updateSettings();
+  void enableToolbar();
+  void disableToolbar();
+  // Builds each missing hover layer; existing ones are kept for the
+  // controller's life, so their colours follow the first showing's appearance.
+  void initializeLayer();
+  std::unique_ptr<GradientLayer> createLayerWithView(const View* view);
+  void addButtonMouseHoverEffect();
+  void removeButtonMouseHoverEffect();
+  bool isDarkMode() const { return appearance_ == Appearance::Dark; }
+
+  // Row actions; the sender is ignored.
+  void btnAutoRatingClicked(HoverButton* sender = nullptr);
+  void btnManualRatingClicked(HoverButton* sender = nullptr);
+  void btnVeldrinClicked(HoverButton* sender = nullptr);
+  void btnSettingsClicked(HoverButton* sender = nullptr);
+  void btnHelpClicked(HoverButton* sender = nullptr);
+
+  void dismissPopover();
+
+  // Refreshes the mail-scan row from the active tab; finishes asynchronously.
+  void updateVeldrinSetting();
+  std::optional<std::string> getGmailAccount(const PageProperties& properties) const;
+  std::optional<std::string> getYahooGlobalMailAccount(const PageProperties& properties) const;
+  // Asks the page to report its account and returns the one already known.
+  std::optional<std::string> getYahooJPMailAccount(const BrowserHandle& page);
+  static std::string base64Encode(std::string_view text);
+
+ private:
+  void onPageProperties(const BrowserHandle& page, const std::optional<PageProperties>& properties);
+  void loadVeldrinSwitches(VeldrinConfigItem* record, const std::string& email);
+  bool isCurrentRecord(const VeldrinConfigItem* record) const;
+  // The four ways the mail-scan row can end up; see updateVeldrinSetting.
+  void showVeldrinUnavailable();
+  void showVeldrinNoAccount(VeldrinConfigItem* record);
+  void showVeldrinLoaded(VeldrinConfigItem* record);
+  void showVeldrinLoadFailed(VeldrinConfigItem* record);
+  // Posts `work` to the loop; it is dropped if the controller is gone by then.
+  void postToMain(std::function<void()> work);
+  // Installs the enter and exit handlers that show and hide one row's layer.
+  // The outlets are read when a handler runs, not when it is installed.
+  void installHover(HoverButton* button, std::unique_ptr<GradientLayer> SafariExtensionViewController::*layer,
+                    View* PopoverView::*target);
+
+  Setting& setting_;
+  WrenBrowserExtServer& server_;
+  RunLoop& loop_;
+  Browser* browser_;
+  Strings& strings_;
+  Appearance appearance_ = Appearance::Light;
+  std::function<void()> dismissHandler_;
+  // Declared before the layers so the layers are released first.
+  PopoverView view_;
+  std::unique_ptr<GradientLayer> layerAutoRating_;
+  std::unique_ptr<GradientLayer> layerManualRating_;
+  std::unique_ptr<GradientLayer> layerVeldrin_;
+  std::unique_ptr<GradientLayer> layerSettings_;
+  std::unique_ptr<GradientLayer> layerHelp_;
+  // Expires with the controller, so late completions can tell.
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+}  // namespace wren
