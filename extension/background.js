@@ -80,6 +80,9 @@ function handleHostFrame(frame) {
       hostVersion = typeof frame.version === "string" ? frame.version : "";
       reconnectDelay = kReconnectFirstMs;
       broadcastStatus();
+      // A new host knows nothing yet: let it load the settings now rather
+      // than at the next tab change, so the first page's requests pass.
+      lastFocusedWindowId().then(validateToolbar);
       break;
     case "message":
       deliverToPage(frame);

@@ -73,9 +73,19 @@ function rowFor(names) {
   button.setAttribute("aria-disabled", "true");
   container.append(hoverTarget, check, label, button);
   row = { names, container, hoverTarget, highlight, check, label, button };
-  // The host decides what a hover or a click does; a disabled row takes no click.
-  button.addEventListener("mouseenter", () => send({ type: "popover", event: "mouseEntered", control: row.names.button }));
-  button.addEventListener("mouseleave", () => send({ type: "popover", event: "mouseExited", control: row.names.button }));
+  // The host decides what a hover or a click does; a disabled row takes no
+  // click. Entry and exit alternate, as a tracking area reports them.
+  let inside = false;
+  button.addEventListener("mouseenter", () => {
+    if (inside) return;
+    inside = true;
+    send({ type: "popover", event: "mouseEntered", control: row.names.button });
+  });
+  button.addEventListener("mouseleave", () => {
+    if (!inside) return;
+    inside = false;
+    send({ type: "popover", event: "mouseExited", control: row.names.button });
+  });
   button.addEventListener("click", () => {
     if (button.getAttribute("aria-disabled") !== "true") send({ type: "popover", event: "click", control: row.names.button });
   });
@@ -120,10 +130,14 @@ function render(state) {
   const veldrinLaidOut = !(typeof constraints.topToManualRating === "number" &&
                            typeof constraints.topToVeldrin === "number" &&
                            constraints.topToManualRating > constraints.topToVeldrin);
-  for (const names of rows) {
+  rows.forEach((names, index) => {
     const row = rowFor(names);
     row.names = names;
-    rowsElement.append(row.container);  // in the state's order
+    // In the state's order. A row is moved only when it must be: moving the
+    // row under the mouse would make the browser report a new entry.
+    if (rowsElement.children[index] !== row.container) {
+      rowsElement.insertBefore(row.container, rowsElement.children[index] ?? null);
+    }
     const container = outlets[names.container];
     const label = outlets[names.label];
     const check = names.check ? outlets[names.check] : null;
@@ -154,7 +168,7 @@ function render(state) {
     row.highlight.hidden = !shown;
     if (shown) drawHighlight(row.highlight, layer);
     row.container.dataset.highlighted = String(shown);
-  }
+  });
 }
 
 function showStatus(text) {

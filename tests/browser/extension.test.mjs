@@ -1,0 +1,216 @@
+// End to end: Debian's Chromium with the Wren extension, wren-bridge started
+// by the browser through the manifest that `wren-bridge install` wrote, and
+// wren-service-sim as the local protection service. Each test has a browser,
+// a host and a simulator of its own.
+import assert from 'node:assert/strict';
+import { afterEach, test } from 'node:test';
+import { hostProcesses, startSession, STEP_TIMEOUT_MS, waitFor } from './harness.mjs';
+import { MAIL_ADDRESS, RATED_LINKS } from './pages.mjs';
+
+let session = null;
+
+async function open(options) {
+  session = await startSession(options);
+  return session;
+}
+
+afterEach(async () => {
+  await session?.close();
+  session = null;
+});
+
+const levelOf = (page, selector) => page.getAttribute(selector, 'data-wren-level');
+
+// The popup's rows as the user sees them.
+function readRows(popup) {
+  return popup.$$eval('.row', (rows) =>
+    rows.map((row) => {
+      const label = row.querySelector('.label');
+      const button = row.querySelector('.row-button');
+      const check = row.querySelector('.check');
+      return {
+        outlet: row.dataset.outlet,
+        shown: !row.hidden && getComputedStyle(row).display !== 'none',
+        title: label.textContent,
+        color: label.dataset.color,
+        checked: getComputedStyle(check).visibility !== 'hidden',
+        enabled: button.getAttribute('aria-disabled') === 'false',
+        tooltip: button.title,
+        highlighted: row.dataset.highlighted === 'true',
+      };
+    }));
+}
+
+async function rowsWhen(popup, what, predicate) {
+  let last = null;
+  try {
+    return await waitFor(what, async () => {
+      last = await readRows(popup);
+      return predicate(Object.fromEntries(last.map((r) => [r.outlet, r]))) ? last : null;
+    });
+  } catch (e) {
+    e.message += `; rows: ${JSON.stringify(last)}`;
+    throw e;
+  }
+}
+
+test('the manifest written by wren-bridge install lets the extension reach the host', async () => {
+  const s = await open();
+  assert.match(s.install, /wrote .*NativeMessagingHosts\/com\.wren\.bridge\.json/);
+  await s.openReadyPage();
+  assert.equal(hostProcesses(s.runTag).length, 1);
+});
+
+test('links are rated and marked, short links flagged for resolving, links in frames and added later too',
+  async () => {
+    const s = await open();
+    await s.openReadyPage();
+    const page = await s.openPage(s.pages.url('/links.html'));
+    for (const link of RATED_LINKS) {
+      await page.waitForSelector(`#${link.id}[data-wren-level]`, { state: 'attached', timeout: STEP_TIMEOUT_MS });
+      assert.equal(await levelOf(page, `#${link.id}`), String(link.level), link.href);
+    }
+    assert.match(await page.getAttribute('#phish', 'title'), /^Wren: dangerous/);
+    assert.equal(await page.$eval('#phish', (a) => getComputedStyle(a).outlineColor), 'rgb(217, 48, 37)');
+
+    const frame = page.frame({ url: /inner\.html$/ });
+    await frame.waitForSelector('#framed[data-wren-level="3"]', { timeout: STEP_TIMEOUT_MS });
+    await page.waitForSelector('#added[data-wren-level="3"]', { timeout: STEP_TIMEOUT_MS });
+
+    // The host flagged the short link, and only it, for resolving.
+    const rating = s.sim.requestsTo('/BrowserExt/rating').find((r) =>
+      Object.values(r.headers).includes('http://bit.ly/wren-test'));
+    assert.ok(rating, 'a rating request carried the short link');
+    const flagged = Object.keys(rating.headers).filter((h) => /_needResolving$/i.test(h) &&
+      rating.headers[h] === 'true');
+    assert.equal(flagged.length, 1, JSON.stringify(rating.headers));
+    for (const name of flagged) {
+      const index = name.match(/^KVEExtURLs_(\d+)_/i)[1];
+      const url = Object.entries(rating.headers).find(([h]) => h.toLowerCase() === `kveexturls_${index}_url`)?.[1];
+      assert.equal(url, 'http://bit.ly/wren-test');
+    }
+  });
+
+test('manual rating runs on Alt+Shift+R while automatic scanning is off', async () => {
+  const s = await open({ simArgs: ['--auto', 'off'] });
+  await s.openReadyPage();
+  const page = await s.openPage(s.pages.url('/links.html'));
+  await page.waitForSelector('html[data-wren-page-level]', { state: 'attached', timeout: STEP_TIMEOUT_MS });
+  assert.equal(await levelOf(page, '#phish'), null, 'no automatic rating');
+  await page.keyboard.press('Alt+Shift+KeyR');
+  await page.waitForSelector('#phish[data-wren-level="3"]', { timeout: STEP_TIMEOUT_MS });
+  assert.equal(await levelOf(page, '#safe'), '1');
+});
+
+test('the page itself is rated', async () => {
+  const s = await open();
+  await s.openReadyPage();
+  const page = await s.openPage(s.pages.url('/page.html', 'caution.wren-test.example'));
+  await page.waitForSelector('html[data-wren-page-level]', { state: 'attached', timeout: STEP_TIMEOUT_MS });
+  assert.equal(await page.getAttribute('html', 'data-wren-page-level'), '2');
+  assert.equal(await page.getAttribute('html', 'data-wren-page-category'), 'Spam');
+  assert.ok(s.sim.requestsTo('/BrowserExt/rating', 'type=wtp').length >= 1);
+});
+
+test('a block page is reloaded to the blocked address remembered from the previous one', async () => {
+  const s = await open();
+  await s.openReadyPage();
+  const blocked = s.pages.url('/block.html?code=B123');
+  const first = await s.openPage(blocked);
+  await first.waitForSelector('html[data-wren-page-level]', { state: 'attached', timeout: STEP_TIMEOUT_MS });
+  const second = await s.context.newPage();
+  await second.goto(s.pages.url('/block.html'));
+  await second.waitForURL(blocked, { timeout: STEP_TIMEOUT_MS });
+});
+
+test('the popup shows the rows for the simulator\'s settings, with the hover highlight', async () => {
+  const s = await open({ simArgs: ['--manual', 'off'] });
+  await s.openReadyPage();
+  const popup = await s.openPopup();
+  const rows = await rowsWhen(popup, 'the popover state', (r) =>
+    r.viewAutoRating?.enabled && r.viewVeldrin?.tooltip);
+  assert.deepEqual(rows.map((r) => r.outlet),
+    ['viewAutoRating', 'viewManualRating', 'viewVeldrin', 'viewSettings', 'viewHelp']);
+  const byOutlet = Object.fromEntries(rows.map((r) => [r.outlet, r]));
+  assert.deepEqual(
+    rows.map((r) => [r.title, r.checked]),
+    [['Automatic scan', true], ['Manual rating', false], ['Veldrin Scam Scanner', false], ['Settings', false],
+      ['Help', false]]);
+  for (const outlet of ['viewAutoRating', 'viewManualRating', 'viewSettings', 'viewHelp']) {
+    assert.equal(byOutlet[outlet].enabled, true, outlet);
+  }
+  // Not a web-mail page: the mail-scan row is greyed with its tooltip.
+  assert.equal(byOutlet.viewVeldrin.enabled, false);
+  assert.equal(byOutlet.viewVeldrin.color, 'grey');
+  assert.equal(byOutlet.viewVeldrin.tooltip, 'Works for Gmail and Yahoo Mail when you are signed in.');
+
+  await popup.hover('[data-outlet="btnSettings"]');
+  await rowsWhen(popup, 'the settings row highlighted', (r) => r.viewSettings.highlighted);
+  const look = await popup.$eval('[data-outlet="viewSettings"] .highlight', (e) => {
+    const style = getComputedStyle(e);
+    return { image: style.backgroundImage, border: style.borderTopColor, width: style.borderTopWidth,
+      radius: style.borderTopLeftRadius };
+  });
+  assert.equal(look.image, 'linear-gradient(rgb(240, 245, 252), rgb(224, 233, 244))');
+  assert.deepEqual([look.border, look.width, look.radius], ['rgb(187, 204, 221)', '1px', '3px']);
+  await popup.hover('[data-outlet="btnHelp"]');
+  await rowsWhen(popup, 'the highlight moved to help', (r) => r.viewHelp.highlighted && !r.viewSettings.highlighted);
+});
+
+test('in the dark appearance the highlight is drawn in the system highlight colour', async () => {
+  const s = await open({ colorScheme: 'dark' });
+  await s.openReadyPage();
+  const popup = await s.openPopup();
+  await rowsWhen(popup, 'the popover state', (r) => r.viewHelp?.enabled);
+  await popup.hover('[data-outlet="btnHelp"]');
+  await rowsWhen(popup, 'the help row highlighted', (r) => r.viewHelp.highlighted);
+  const [image, highlight] = await popup.$eval('[data-outlet="viewHelp"] .highlight', (e) => {
+    const probe = document.createElement('div');
+    probe.style.color = 'Highlight';
+    document.body.append(probe);
+    return [getComputedStyle(e).backgroundImage, getComputedStyle(probe).color];
+  });
+  assert.equal(image, `linear-gradient(${highlight}, ${highlight})`);
+});
+
+test('a click on the automatic-scan row switches it off in the service and closes the popup', async () => {
+  const s = await open();
+  await s.openReadyPage();
+  const popup = await s.openPopup();
+  await rowsWhen(popup, 'the automatic-scan row usable and checked',
+    (r) => r.viewAutoRating?.enabled && r.viewAutoRating.checked);
+  const closed = popup.waitForEvent('close', { timeout: STEP_TIMEOUT_MS });
+  await popup.click('[data-outlet="btnAutoRating"]');
+  await closed;
+  await waitFor('the updateSetting command', () =>
+    s.sim.requestsTo('type=updateSetting', 'name=EnableAutomaticScan', 'value=false').length === 1);
+
+  // The next popup shows the row unchecked.
+  const again = await s.openPopup();
+  await rowsWhen(again, 'the automatic-scan row unchecked', (r) => r.viewAutoRating?.enabled && !r.viewAutoRating.checked);
+});
+
+test('on a signed-in web-mail page the mail-scan row is usable and checked', async () => {
+  const s = await open();
+  await s.openReadyPage();
+  const mail = await s.openPage(s.pages.mailUrl);
+  assert.equal(await mail.title(), `Inbox (3) - ${MAIL_ADDRESS} - Gmail`);
+  const popup = await s.openPopup();
+  const rows = await rowsWhen(popup, 'the mail-scan row usable', (r) => r.viewVeldrin?.enabled);
+  const veldrin = rows.find((r) => r.outlet === 'viewVeldrin');
+  assert.equal(veldrin.checked, true);
+  assert.equal(veldrin.tooltip, 'Veldrin Scam Scanner');
+  assert.notEqual(veldrin.color, 'grey');
+  const encoded = Buffer.from(MAIL_ADDRESS).toString('base64');
+  assert.ok(s.sim.requestsTo('type=vds').some((r) => decodeURIComponent(r.target).includes(encoded)),
+    JSON.stringify(s.sim.requestsTo('type=vds').map((r) => r.target)));
+});
+
+test('the host process ends when the browser closes', async () => {
+  const s = await open();
+  await s.openReadyPage();
+  const hosts = hostProcesses(s.runTag);
+  assert.equal(hosts.length, 1);
+  await s.context.close();
+  await waitFor('the host to exit', () => hostProcesses(s.runTag).length === 0);
+});
