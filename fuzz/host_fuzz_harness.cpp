@@ -81,7 +81,7 @@ void runOneInput(const uint8_t* data, size_t size) {
   }
   ::close(pipeFds[0]);
   // Let every request started by this input complete before the next one.
-  w.loop.runUntil([&] { return w.loop.idle(); });
+  w.loop.runUntil([&] { return w.loop.pendingTransfers() == 0; });
   w.server->setBrowser(nullptr);
 }
 

@@ -27,12 +27,14 @@ std::string describeFailure(const std::optional<HttpResponse>& response, const s
   return "the answer was not a JSON object";
 }
 
-// Runs the loop until no transfer, browser lookup or posted work is left.
+// Runs the loop until no transfer is left in flight. Lookups of the command
+// line browser complete within the turn after they are asked, so they never
+// outlast the transfers that started them.
 void runUntilIdle(RunLoop& loop) {
   bool expired = false;
   auto deadline = loop.addTimer(std::chrono::duration_cast<std::chrono::milliseconds>(kCommandDeadline),
                                 [&expired] { expired = true; });
-  loop.runUntil([&] { return expired || loop.idle(); });
+  loop.runUntil([&] { return expired || loop.pendingTransfers() == 0; });
   if (!expired) loop.cancelTimer(deadline);
 }
 

@@ -45,13 +45,24 @@ class HostTest : public ::testing::Test {
     EXPECT_TRUE(hello && (*hello)["type"] == "hello");
     return host;
   }
-  // Enables the toolbar in the host the way a page would: a page rating
-  // reloads the settings first.
+  // Enables the toolbar the way the browser does: a toolbar validation makes
+  // the host reload the service's settings. Probes until a page message is
+  // answered, answering the host's browser lookups with "none" meanwhile. A
+  // probe is answered at once or dropped by the gate, so waiting for each
+  // before the next leaves no stray answer behind.
   void enableToolbar(HostProcess& host) {
-    host.send({{"type", "message"}, {"name", "wtp_rating"}, {"page", "setup"},
-               {"userInfo", {{"urls", {{{"url", "http://example.com/"}, {"id", 0}}}}}}});
-    auto answer = host.readFrameWhere([](const OJson& f) { return f["page"] == "setup"; });
-    ASSERT_TRUE(answer) << "the toolbar could not be enabled";
+    host.send({{"type", "hook"}, {"name", "validateToolbarItem"}, {"window", nullptr}});
+    for (int attempt = 0; attempt < 50; ++attempt) {
+      host.send(message("vd_set_email", "setup", OJson{{"email", ""}}));
+      auto answer = host.readFrameWhere(
+          [&](const OJson& f) {
+            if (f["type"] == "call") host.send({{"type", "result"}, {"id", f["id"]}, {"value", nullptr}});
+            return f["page"] == "setup";
+          },
+          std::chrono::milliseconds(300));
+      if (answer) return;
+    }
+    FAIL() << "the toolbar could not be enabled";
   }
   static OJson message(const std::string& name, const OJson& page, const std::optional<OJson>& info) {
     OJson f{{"type", "message"}, {"name", name}, {"page", page}};

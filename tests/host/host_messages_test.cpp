@@ -18,10 +18,19 @@ TEST_F(HostTest, GateDropsEveryMessageWhileTheToolbarIsOff) {
       res.set_content(R"({"results":[{"level":1}]})", "application/json");
   });
   auto host = start();
-  host->send(message("wtp_rating", "p", OJson{{"urls", {{{"url", "http://a.example/"}, {"id", 1}}}}}));
-  for (const char* name : {"vd_set_email", "vd_show_protect_promotion", "block_page", "rateItems", "no_such"})
-    host->send(message(name, "p", OJson{{"email", "a@b.c"}, {"href", "x"}, {"type", "Other"}, {"urls", OJson::array()}}));
-  EXPECT_FALSE(host->readFrame(1500ms)) << "no message may be answered while the toolbar is off";
+  host->send({{"type", "hook"}, {"name", "validateToolbarItem"}, {"window", nullptr}});
+  ASSERT_TRUE(service_.waitForRequests(1));
+  for (const char* name : {"wtp_rating", "vd_set_email", "vd_show_protect_promotion", "block_page", "rateItems",
+                           "no_such"})
+    host->send(message(name, "p", OJson{{"email", "a@b.c"}, {"href", "x"}, {"type", "Other"},
+                                         {"urls", {{{"url", "http://a.example/"}, {"id", 1}}}}}));
+  auto answer = host->readFrameWhere(
+      [&](const OJson& f) {
+        if (f["type"] == "call") host->send({{"type", "result"}, {"id", f["id"]}, {"value", nullptr}});
+        return f["type"] == "message";
+      },
+      1500ms);
+  EXPECT_FALSE(answer) << "no message may be answered while the toolbar is off";
   EXPECT_EQ(service_.requestCount(), 1u) << "only the settings reload reaches the service";
 }
 
@@ -65,8 +74,11 @@ TEST_F(HostTest, PageDataInRequestHeadersCannotInjectHeaders) {
                      OJson{{"type", "ManualScanner"}, {"urls", {{{"url", "http://a/\r\nX-Evil: 1"}, {"id", 1}}}}}));
   ASSERT_TRUE(host->readFrame());
   auto r = service_.requests().at(0);
+  // Raw CR LF would have split the value into a header line of its own; the
+  // test server decodes percent escapes in header values, so the whole value
+  // arriving in one piece proves it travelled encoded.
   EXPECT_FALSE(r.hasHeader("X-Evil"));
-  EXPECT_EQ(r.header("KVEExtURLs_0_url"), "http://a/%0D%0AX-Evil: 1");
+  EXPECT_EQ(r.header("KVEExtURLs_0_url"), "http://a/\r\nX-Evil: 1");
 }
 
 TEST_F(HostTest, OpenNewTabAsksTheBrowserForTheWindowThenOpensTheEscapedAddress) {

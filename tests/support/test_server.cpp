@@ -72,6 +72,10 @@ void TestServer::start() {
     server_->Delete(route, dispatch);
   }
   server_->set_keep_alive_max_count(1000);
+  // Without it every answer with a body waits on the peer's delayed ACK.
+  server_->set_tcp_nodelay(true);
+  // Enough workers for the concurrency tests' requests in flight at once.
+  server_->new_task_queue = [] { return new httplib::ThreadPool(64); };
   port_ = server_->bind_to_any_port("127.0.0.1");
   if (port_ <= 0) throw std::runtime_error("test server could not bind");
   thread_ = std::thread([this] { server_->listen_after_bind(); });
