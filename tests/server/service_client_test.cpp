@@ -191,10 +191,5 @@ TEST_F(ServiceClientTest, VdsLoadMergesAndFillsTheRecord) {
   EXPECT_FALSE(text.error);
 }
 
-TEST_F(ServiceClientTest, DictToJsonStrOnlyForContainers) {
-  EXPECT_EQ(WrenBrowserExtServer::dictToJsonStr(Json::object()), std::optional<std::string>("{}"));
-  EXPECT_FALSE(WrenBrowserExtServer::dictToJsonStr(Json("text")));
-}
-
 }  // namespace
 }  // namespace wren::test
