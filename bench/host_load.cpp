@@ -77,10 +77,24 @@ int main(int argc, char** argv) {
   double helloMs = duration<double, std::milli>(steady_clock::now() - t0).count();
   if (!hello) return 1;
 
-  // A page rating switches the toolbar on, as in the browser.
-  host.send({{"type", "message"}, {"name", "wtp_rating"}, {"page", -1},
-             {"userInfo", {{"urls", {{{"url", "https://www.example.com/"}, {"id", 0}}}}}}});
-  if (!host.readFrame(seconds * 1000ms)) return 1;
+  // A toolbar validation loads the service's settings, as in the browser;
+  // probe until a page message is answered.
+  host.send({{"type", "hook"}, {"name", "validateToolbarItem"}, {"window", nullptr}});
+  bool ready = false;
+  for (int attempt = 0; attempt < 50 && !ready; ++attempt) {
+    host.send({{"type", "message"}, {"name", "vd_set_email"}, {"page", -1}, {"userInfo", {{"email", ""}}}});
+    ready = host.readFrameWhere(
+                    [&](const OJson& f) {
+                      if (f["type"] == "call") host.send({{"type", "result"}, {"id", f["id"]}, {"value", nullptr}});
+                      return f["page"] == -1;
+                    },
+                    300ms)
+                .has_value();
+  }
+  if (!ready) {
+    std::fprintf(stderr, "the host never enabled the toolbar\n");
+    return 1;
+  }
 
   OJson urls = OJson::array();
   for (int i = 0; i < links; ++i)

@@ -8,6 +8,8 @@
 #include "host/framing.h"
 #include "host/native_host.h"
 #include "net/ajax.h"
+#include "popover/safari_extension_view_controller.h"
+#include "popover/strings.h"
 #include "server/setting.h"
 #include "server/wren_browser_ext_server.h"
 #include "support/test_server.h"
@@ -24,6 +26,8 @@ struct World {
   std::unique_ptr<Ajax> ajax;
   std::unique_ptr<Setting> setting;
   std::unique_ptr<WrenBrowserExtServer> server;
+  Strings strings = Strings::embedded("en");
+  std::unique_ptr<SafariExtensionViewController> popover;
   int devNull = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
 
   World() {
@@ -49,6 +53,7 @@ struct World {
     ajax = std::make_unique<Ajax>(loop, options);
     setting = std::make_unique<Setting>(nullptr, "https://127.0.0.1:1");
     server = std::make_unique<WrenBrowserExtServer>(*ajax, *setting, service.origin());
+    popover = std::make_unique<SafariExtensionViewController>(*setting, *server, loop, nullptr, strings);
   }
 };
 
@@ -72,7 +77,7 @@ void runOneInput(const uint8_t* data, size_t size) {
   (void)!::write(pipeFds[1], data, size);
   ::close(pipeFds[1]);
 
-  auto host = std::make_unique<NativeHost>(w.loop, w.devNull, *w.ajax, *w.setting, *w.server, nullptr);
+  auto host = std::make_unique<NativeHost>(w.loop, w.devNull, *w.ajax, *w.setting, *w.server, *w.popover, nullptr);
   FrameReader reader(pipeFds[0]);
   for (;;) {
     ReadResult r = reader.next();

@@ -18,6 +18,7 @@
 namespace wren {
 
 class Ajax;
+class SafariExtensionViewController;
 class Setting;
 class WrenBrowserExtServer;
 
@@ -52,7 +53,18 @@ class SafariExtensionHandler {
   // The promotion is offered once per process; tests start each case afresh.
   static void resetPromotionForTesting();
 
-  // Toolbar and popover hooks join here.
+  // The browser's toolbar and popover hooks. They log, refresh the popover
+  // controller's settings and mail-scan row, and drop stale hover highlights
+  // before a showing; `window` is the browser's and is not looked at. The
+  // toolbar item is never validated explicitly: it keeps the browser's default
+  // (enabled, no badge) whatever the service says.
+  void toolbarItemClickedInWindow(const BrowserHandle& window);
+  void validateToolbarItemInWindow(const BrowserHandle& window);
+  SafariExtensionViewController& popoverViewController();
+  void popoverWillShowInWindow(const BrowserHandle& window);
+  void popoverDidCloseInWindow(const BrowserHandle& window);
+  // The controller the hooks drive; the process-wide one unless set.
+  void setPopoverController(SafariExtensionViewController* controller) { popover_ = controller; }
 
  private:
   void rateItems(const BrowserHandle& page, const Json& info);
@@ -76,6 +88,8 @@ class SafariExtensionHandler {
   std::string buildVersion_;
   MailScanRelay mailScan_;
   std::optional<std::string> lastBlockUrl_;
+  SafariExtensionViewController* popover_ = nullptr;
+  SafariExtensionViewController& popoverViewControllerInstance();
 };
 
 // Escapes exactly "<", ">" and " " (as %3C, %3E, %20); everything else,

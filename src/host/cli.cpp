@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/commands.h"
+#include "host/install.h"
 #include "host/native_host.h"
 #include "util/logging.h"
 #include "util/version.h"
@@ -23,7 +24,14 @@ Usage:
                                    the same, as Chromium-family browsers and Firefox start it
   wren-bridge send NAME [JSON]     act as one page: refresh the settings, send the message NAME with the
                                    dictionary JSON, print every answer as one JSON line
-  wren-bridge doctor               check the local service and the defaults store
+  wren-bridge popover [--url URL] [--title TITLE] [--dark]
+                                   show the toolbar popover's rows as a user would see them, optionally
+                                   with the active tab showing that page
+  wren-bridge install [--system | --user-data-dir DIR] [--browser NAME] [--extension-id ID]...
+                                   register the host with Chromium, Chrome, Edge, Brave, Vivaldi, Firefox
+  wren-bridge uninstall [same options]
+                                   remove what install wrote
+  wren-bridge doctor               check the local service, the defaults store and the browsers' registrations
   wren-bridge --version            print the version
   wren-bridge --help               print this text
 
@@ -48,8 +56,12 @@ int runCli(int argc, char** argv) {
     std::fputs(kUsage, stdout);
     return 0;
   }
-  if (cmd == "send") return runSendCommand(std::vector<std::string>(args.begin() + 1, args.end()));
+  std::vector<std::string> rest(args.begin() + 1, args.end());
+  if (cmd == "send") return runSendCommand(rest);
   if (cmd == "doctor") return runDoctorCommand();
+  if (cmd == "popover") return runPopoverCommand(rest);
+  if (cmd == "install") return runInstallCommand(rest);
+  if (cmd == "uninstall") return runUninstallCommand(rest);
   // A browser starts the host with its own arguments: the extension's origin
   // (Chromium family, possibly followed by --parent-window on some systems) or
   // a manifest path and an extension id (Firefox).

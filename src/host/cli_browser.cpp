@@ -5,21 +5,24 @@
 namespace wren {
 
 // Lookups complete on a later turn, as a real browser's would.
-void CliBrowser::getActiveWindow(std::function<void(const BrowserHandle&)> done) {
-  loop_.post([done = std::move(done)] { done(Json()); });
+void CliBrowser::answer(std::function<void(const BrowserHandle&)> done, const char* handle) {
+  Json value = page_ ? Json(handle) : Json();
+  loop_.post([done = std::move(done), value] { done(value); });
 }
 
+void CliBrowser::getActiveWindow(std::function<void(const BrowserHandle&)> done) { answer(std::move(done), "window"); }
+
 void CliBrowser::getActiveTab(const BrowserHandle&, std::function<void(const BrowserHandle&)> done) {
-  loop_.post([done = std::move(done)] { done(Json()); });
+  answer(std::move(done), "tab");
 }
 
 void CliBrowser::getActivePage(const BrowserHandle&, std::function<void(const BrowserHandle&)> done) {
-  loop_.post([done = std::move(done)] { done(Json()); });
+  answer(std::move(done), "page");
 }
 
 void CliBrowser::getPageProperties(const BrowserHandle&,
                                    std::function<void(const std::optional<PageProperties>&)> done) {
-  loop_.post([done = std::move(done)] { done(std::nullopt); });
+  loop_.post([done = std::move(done), page = page_] { done(page); });
 }
 
 void CliBrowser::openTab(const BrowserHandle&, const std::string& url, bool activate) {

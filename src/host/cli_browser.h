@@ -1,7 +1,8 @@
 #pragma once
-// The browser as the command line sees it: there is no window, tab or page to
-// look up, and whatever a page would be sent is printed instead, one JSON line
-// each, on stdout.
+// The browser as the command line sees it: one window with one tab showing one
+// page when page properties are given (to reproduce what a user saw on a
+// web-mail page), none otherwise. Whatever a page would be sent is printed
+// instead, one JSON line each, on stdout.
 //
 // Runs on the main run loop.
 #include <cstdio>
@@ -13,7 +14,8 @@ namespace wren {
 
 class CliBrowser : public Browser {
  public:
-  CliBrowser(RunLoop& loop, std::FILE* out) : loop_(loop), out_(out) {}
+  CliBrowser(RunLoop& loop, std::FILE* out, std::optional<PageProperties> page = std::nullopt)
+      : loop_(loop), out_(out), page_(std::move(page)) {}
 
   void getActiveWindow(std::function<void(const BrowserHandle&)> done) override;
   void getActiveTab(const BrowserHandle& window, std::function<void(const BrowserHandle&)> done) override;
@@ -27,8 +29,10 @@ class CliBrowser : public Browser {
 
  private:
   void printLine(const Json& line);
+  void answer(std::function<void(const BrowserHandle&)> done, const char* handle);
   RunLoop& loop_;
   std::FILE* out_;
+  std::optional<PageProperties> page_;
   size_t answers_ = 0;
 };
 

@@ -2,9 +2,13 @@
 
 #include <cstdio>
 
+#include "bridge/mail_scan_relay.h"
 #include "bridge/safari_extension_handler.h"
 #include "host/cli_browser.h"
+#include "host/install.h"
 #include "net/ajax.h"
+#include "popover/popover_state.h"
+#include "popover/safari_extension_view_controller.h"
 #include "server/setting.h"
 #include "server/wren_browser_ext_server.h"
 #include "util/defaults_store.h"
@@ -29,14 +33,48 @@ std::string describeFailure(const std::optional<HttpResponse>& response, const s
 
 // Runs the loop until no transfer is left in flight. Lookups of the command
 // line browser complete within the turn after they are asked, so they never
-// outlast the transfers that started them.
+// outlast the transfers that started them; one extra turn runs what the last
+// completion posted.
 void runUntilIdle(RunLoop& loop) {
   bool expired = false;
   auto deadline = loop.addTimer(std::chrono::duration_cast<std::chrono::milliseconds>(kCommandDeadline),
                                 [&expired] { expired = true; });
-  loop.runUntil([&] { return expired || loop.pendingTransfers() == 0; });
+  int quietTurns = 0;
+  loop.runUntil([&] {
+    quietTurns = loop.pendingTransfers() == 0 ? quietTurns + 1 : 0;
+    return expired || quietTurns >= 3;
+  });
   if (!expired) loop.cancelTimer(deadline);
 }
+
+// The process's domain objects, with the command line's browser in place of
+// the extension.
+struct CliWorld {
+  explicit CliWorld(std::optional<PageProperties> page = std::nullopt)
+      : loop(RunLoop::main()),
+        ajax(Ajax::shared()),
+        setting(Setting::sharedInstance()),
+        server(WrenBrowserExtServer::sharedInstance()),
+        popover(SafariExtensionViewController::sharedController()),
+        browser(loop, stdout, std::move(page)),
+        handler(server, setting, ajax, browser, kVersion) {
+    server.setBrowser(&browser);
+    popover.setBrowser(&browser);
+    handler.setPopoverController(&popover);
+    handler.setMailScan(mailScanRelay(MailScanClient::sharedInstance()));
+  }
+  ~CliWorld() {
+    popover.setBrowser(nullptr);
+    server.setBrowser(nullptr);
+  }
+  RunLoop& loop;
+  Ajax& ajax;
+  Setting& setting;
+  WrenBrowserExtServer& server;
+  SafariExtensionViewController& popover;
+  CliBrowser browser;
+  SafariExtensionHandler handler;
+};
 
 }  // namespace
 
@@ -54,62 +92,79 @@ int runSendCommand(const std::vector<std::string>& args) {
     }
     userInfo = std::move(parsed);
   }
-  RunLoop& loop = RunLoop::main();
-  Ajax& ajax = Ajax::shared();
-  Setting& setting = Setting::sharedInstance();
-  WrenBrowserExtServer& server = WrenBrowserExtServer::sharedInstance();
-  CliBrowser browser(loop, stdout);
-  server.setBrowser(&browser);
-  SafariExtensionHandler handler(server, setting, ajax, browser, kVersion);
+  CliWorld world;
+  // As in the browser: a toolbar validation loads the service's switches, so
+  // the message meets the same gate it would meet there.
+  world.handler.validateToolbarItemInWindow(Json());
+  runUntilIdle(world.loop);
+  if (!world.setting.bToolbarEnabled())
+    std::fprintf(stderr, "wren-bridge send: the local service at %s reports the toolbar as off (or did not answer); "
+                 "the message is dropped, as a page's would be\n", world.server.origin().c_str());
+  world.handler.messageReceivedWithName(args[0], Json("cli"), userInfo);
+  runUntilIdle(world.loop);
+  Logging::flush();
+  return 0;
+}
 
-  // As a toolbar validation would: learn the service's switches first, so the
-  // message meets the same gate it would meet in the browser.
-  const std::string& name = args[0];
-  server.loadSettings(
-      [&](const Json& settings) {
-        applySettings(setting, settings);
-        handler.messageReceivedWithName(name, Json("cli"), userInfo);
-      },
-      [&](const std::optional<HttpResponse>& response, const std::optional<HttpError>& error) {
-        clearSettings(setting);
-        std::fprintf(stderr, "wren-bridge send: the local service at %s did not answer the settings request (%s)\n",
-                     server.origin().c_str(), describeFailure(response, error).c_str());
-        handler.messageReceivedWithName(name, Json("cli"), userInfo);
-      });
-  runUntilIdle(loop);
+int runPopoverCommand(const std::vector<std::string>& args) {
+  std::optional<PageProperties> page;
+  bool dark = false;
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == "--dark") {
+      dark = true;
+    } else if ((args[i] == "--url" || args[i] == "--title") && i + 1 < args.size()) {
+      if (!page) page = PageProperties{};
+      (args[i] == "--url" ? page->url : page->title) = args[i + 1];
+      ++i;
+    } else {
+      std::fprintf(stderr, "usage: wren-bridge popover [--url URL] [--title TITLE] [--dark]\n");
+      return 2;
+    }
+  }
+  CliWorld world(page);
+  // The browser's order around one showing of the popover.
+  world.handler.validateToolbarItemInWindow(Json());
+  runUntilIdle(world.loop);
+  world.handler.popoverViewController();
+  world.handler.popoverWillShowInWindow(Json());
+  runUntilIdle(world.loop);
+  world.popover.setAppearance(dark ? Appearance::Dark : Appearance::Light);
+  world.popover.viewWillAppear();
+  world.popover.viewDidAppear();
+  runUntilIdle(world.loop);
+  std::fputs(describePopover(popoverState(world.popover)).c_str(), stdout);
   Logging::flush();
   return 0;
 }
 
 int runDoctorCommand() {
-  RunLoop& loop = RunLoop::main();
-  WrenBrowserExtServer& server = WrenBrowserExtServer::sharedInstance();
-  Setting& setting = Setting::sharedInstance();
+  CliWorld world;
   std::printf("wren-bridge %s\n", kVersion);
 
   bool answered = false;
-  server.loadSettings(
+  world.server.loadSettings(
       [&](const Json& settings) {
         answered = true;
-        applySettings(setting, settings);
-        std::printf("Local service at %s: answering.\n", server.origin().c_str());
-        std::printf("  Toolbar:         %s\n", onOff(setting.bToolbarEnabled()));
-        std::printf("  Automatic scan:  %s\n", onOff(setting.bAutoScanEnabled()));
-        std::printf("  Manual scanner:  %s\n", onOff(setting.bManualScanEnabled()));
+        applySettings(world.setting, settings);
+        std::printf("Local service at %s: answering.\n", world.server.origin().c_str());
+        std::printf("  Toolbar:         %s\n", onOff(world.setting.bToolbarEnabled()));
+        std::printf("  Automatic scan:  %s\n", onOff(world.setting.bAutoScanEnabled()));
+        std::printf("  Manual scanner:  %s\n", onOff(world.setting.bManualScanEnabled()));
       },
       [&](const std::optional<HttpResponse>& response, const std::optional<HttpError>& error) {
-        std::printf("Local service at %s: NOT answering (%s).\n", server.origin().c_str(),
+        std::printf("Local service at %s: NOT answering (%s).\n", world.server.origin().c_str(),
                     describeFailure(response, error).c_str());
         std::printf("  Is the Wren protection service running? Pages get no ratings until it answers.\n");
       });
-  runUntilIdle(loop);
+  runUntilIdle(world.loop);
 
   DefaultsStore& store = DefaultsStore::standard();
   std::printf("Defaults store: %s (%s)\n", store.path().c_str(),
               store.available() ? "available" : "unavailable: nothing is remembered between runs");
-  auto email = store.stringForKey("curEmail");
-  std::printf("  Remembered web-mail account: %s\n", email ? "yes" : "none");
-  std::printf("Cloud mail-scan service: %s\n", setting.veldrinConfigItem().veldrinAPI().c_str());
+  std::printf("  Remembered web-mail account: %s\n", store.stringForKey("curEmail") ? "yes" : "none");
+  std::printf("Cloud mail-scan service: %s\n", world.setting.veldrinConfigItem().veldrinAPI().c_str());
+  std::printf("Browsers:\n");
+  for (const auto& line : doctorBrowserReport().lines) std::printf("  %s\n", line.c_str());
   Logging::flush();
   return answered ? 0 : 1;
 }

@@ -7,9 +7,12 @@
 #include <thread>
 #include <variant>
 
+#include "bridge/mail_scan_relay.h"
 #include "bridge/safari_extension_handler.h"
 #include "host/framing.h"
 #include "net/ajax.h"
+#include "popover/popover_state.h"
+#include "popover/safari_extension_view_controller.h"
 #include "server/setting.h"
 #include "server/wren_browser_ext_server.h"
 #include "util/logging.h"
@@ -18,16 +21,101 @@
 namespace wren {
 
 NativeHost::NativeHost(RunLoop& loop, int outFd, Ajax& ajax, Setting& setting, WrenBrowserExtServer& server,
-                       std::function<void()> onClosed)
+                       SafariExtensionViewController& popover, std::function<void()> onClosed)
     : loop_(loop),
       outFd_(outFd),
       onClosed_(std::move(onClosed)),
       browser_(loop, [this](const Json& frame) { send(frame); }),
+      server_(server),
+      popover_(popover),
+      mailScan_(ajax, setting, server),
       handler_(std::make_unique<SafariExtensionHandler>(server, setting, ajax, browser_, kVersion)) {
   server.setBrowser(&browser_);
+  handler_->setPopoverController(&popover);
+  handler_->setMailScan(mailScanRelay(mailScan_));
+  popover.setBrowser(&browser_);
+  popover.setDismissHandler([this] { send(popoverDismissFrame()); });
+  popover.setOnChange([this] { scheduleState(); });
 }
 
-NativeHost::~NativeHost() = default;
+NativeHost::~NativeHost() {
+  popover_.setOnChange(nullptr);
+  popover_.setDismissHandler(nullptr);
+  popover_.setBrowser(nullptr);
+  server_.setBrowser(nullptr);
+}
+
+void NativeHost::scheduleState() {
+  if (statePending_ || closed_) return;
+  statePending_ = true;
+  loop_.post([this, alive = std::weak_ptr<bool>(alive_)] {
+    if (!alive.lock()) return;
+    statePending_ = false;
+    send(popoverStateFrame(popoverState(popover_)));
+  });
+}
+
+void NativeHost::handleHook(const std::string& name, const Json& window) {
+  if (name == "toolbarItemClicked") {
+    handler_->toolbarItemClickedInWindow(window);
+  } else if (name == "validateToolbarItem") {
+    handler_->validateToolbarItemInWindow(window);
+  } else if (name == "popoverViewController") {
+    handler_->popoverViewController();
+  } else if (name == "popoverWillShow") {
+    handler_->popoverWillShowInWindow(window);
+  } else if (name == "popoverDidClose") {
+    handler_->popoverDidCloseInWindow(window);
+  }
+}
+
+namespace {
+
+HoverButton* buttonNamed(PopoverView& view, const std::string& name) {
+  if (name == "btnAutoRating") return view.btnAutoRating;
+  if (name == "btnManualRating") return view.btnManualRating;
+  if (name == "btnVeldrin") return view.btnVeldrin;
+  if (name == "btnSettings") return view.btnSettings;
+  if (name == "btnHelp") return view.btnHelp;
+  return nullptr;
+}
+
+}  // namespace
+
+void NativeHost::handlePopoverEvent(const std::string& event, const std::optional<std::string>& appearance,
+                                    const std::optional<std::string>& control) {
+  if (appearance) popover_.setAppearance(*appearance == "dark" ? Appearance::Dark : Appearance::Light);
+  if (event == "viewWillAppear") {
+    popover_.viewWillAppear();
+  } else if (event == "viewDidAppear") {
+    popover_.viewDidAppear();
+  } else {
+    const std::string& name = control.value_or("");
+    HoverButton* button = buttonNamed(popover_.view(), name);
+    if (!button) {
+      systemLog("[wren-bridge] dropped popover " + event + ": no row button \"" + name + "\"");
+      return;
+    }
+    if (event == "mouseEntered") {
+      button->mouseEntered();
+    } else if (event == "mouseExited") {
+      button->mouseExited();
+    } else if (name == "btnAutoRating") {
+      popover_.btnAutoRatingClicked(button);
+    } else if (name == "btnManualRating") {
+      popover_.btnManualRatingClicked(button);
+    } else if (name == "btnVeldrin") {
+      popover_.btnVeldrinClicked(button);
+    } else if (name == "btnSettings") {
+      popover_.btnSettingsClicked(button);
+    } else {
+      popover_.btnHelpClicked(button);
+    }
+  }
+  // A freshly opened popup needs the state even when this showing changed
+  // nothing.
+  scheduleState();
+}
 
 void NativeHost::sendHello() { send(helloFrame(kVersion)); }
 
@@ -62,8 +150,10 @@ void NativeHost::handlePayload(const std::string& payload) {
     } else if (auto* r = std::get_if<IncomingResult>(&*parsed.value)) {
       if (!browser_.handleResult(*r))
         systemLog("[wren-bridge] dropped result " + std::to_string(r->id) + ": no such call is waiting");
-    } else {
-      systemLog("[wren-bridge] dropped frame: the popover is not available in this build");
+    } else if (auto* h = std::get_if<IncomingHook>(&*parsed.value)) {
+      handleHook(h->name, h->window);
+    } else if (auto* p = std::get_if<IncomingPopover>(&*parsed.value)) {
+      handlePopoverEvent(p->event, p->appearance, p->control);
     }
   } catch (const std::exception& e) {
     systemLog(std::string("[wren-bridge] dropped frame: internal error: ") + e.what());
@@ -102,7 +192,8 @@ int runNativeMessagingHost() {
   Ajax& ajax = Ajax::shared();
   Setting& setting = Setting::sharedInstance();
   WrenBrowserExtServer& server = WrenBrowserExtServer::sharedInstance();
-  NativeHost host(loop, outFd, ajax, setting, server, [&loop] { loop.quit(); });
+  SafariExtensionViewController& popover = SafariExtensionViewController::sharedController();
+  NativeHost host(loop, outFd, ajax, setting, server, popover, [&loop] { loop.quit(); });
   host.sendHello();
 
   std::atomic<bool> stopping{false};

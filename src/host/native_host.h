@@ -9,10 +9,12 @@
 #include <string>
 
 #include "host/native_browser.h"
+#include "mailscan/mail_scan_client.h"
 
 namespace wren {
 
 class Ajax;
+class SafariExtensionViewController;
 class Setting;
 class WrenBrowserExtServer;
 class SafariExtensionHandler;
@@ -20,9 +22,10 @@ class SafariExtensionHandler;
 class NativeHost {
  public:
   // Frames go to outFd. onClosed runs once when the browser can no longer be
-  // written to.
+  // written to. The popover controller outlives every connection; the host
+  // points it at this connection's browser while it lives.
   NativeHost(RunLoop& loop, int outFd, Ajax& ajax, Setting& setting, WrenBrowserExtServer& server,
-             std::function<void()> onClosed);
+             SafariExtensionViewController& popover, std::function<void()> onClosed);
   ~NativeHost();
 
   void sendHello();
@@ -34,13 +37,24 @@ class NativeHost {
 
  private:
   void send(const Json& frame);
+  void handleHook(const std::string& name, const Json& window);
+  void handlePopoverEvent(const std::string& event, const std::optional<std::string>& appearance,
+                          const std::optional<std::string>& control);
+  // Widgets changed: one state frame at the end of this turn of the loop,
+  // however many changes the turn makes.
+  void scheduleState();
 
   RunLoop& loop_;
   int outFd_;
   std::function<void()> onClosed_;
   bool closed_ = false;
   NativeBrowser browser_;
+  WrenBrowserExtServer& server_;
+  SafariExtensionViewController& popover_;
+  MailScanClient mailScan_;
   std::unique_ptr<SafariExtensionHandler> handler_;
+  bool statePending_ = false;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
 // The native-messaging host on stdin/stdout until stdin closes or SIGTERM.

@@ -60,7 +60,6 @@ TEST_F(HostTest, RatingReachesTheServiceAsHeadersAndLevelsComeBack) {
   EXPECT_EQ(r.header("KVEExtURLs_0_id"), "7");
   EXPECT_EQ(r.header("KVEExtURLs_0_needResolving"), "true");
   EXPECT_EQ(r.header("KVEExtURLs_1_needResolving"), "false") << "only http bit.ly links are resolved";
-  EXPECT_EQ(r.header("Accept"), "application/json");
 }
 
 TEST_F(HostTest, PageDataInRequestHeadersCannotInjectHeaders) {

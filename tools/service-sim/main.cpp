@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <chrono>
 #include <thread>
 
 #include "cloud_service.h"
@@ -117,7 +118,12 @@ int main(int argc, char** argv) {
 
   localServer.start();
   std::thread cloudThread;
-  if (cloudServer) cloudThread = std::thread([&] { cloudServer->listen_after_bind(); });
+  if (cloudServer) {
+    cloudThread = std::thread([&] { cloudServer->listen_after_bind(); });
+    // stop() before the server runs is a no-op, and the join below would then
+    // wait forever: an early SIGTERM must find it running.
+    while (!cloudServer->is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
 
   int signalNumber = 0;
   sigwait(&stopSignals, &signalNumber);
