@@ -22,10 +22,10 @@ T* PopoverView::make(std::string_view name, auto&&... args) {
 }
 
 PopoverView::PopoverView(const Strings& strings) {
-  struct Spec {
+  struct RowOutlets {
     const char *view, *label, *check, *button, *target, *titleKey, *title;
   };
-  const Spec specs[] = {
+  const RowOutlets outlets[] = {
       {"viewAutoRating", "lblAutoRating", "autoRatingCheck", "btnAutoRating", "autoRatingLayer", "lblAutoRating.title",
        "Automatic scan"},
       {"viewManualRating", "lblManualRating", "manualRatingCheck", "btnManualRating", "manualRatingLayer",
@@ -41,27 +41,27 @@ PopoverView::PopoverView(const Strings& strings) {
   HoverButton** buttons[] = {&btnAutoRating, &btnManualRating, &btnVeldrin, &btnSettings, &btnHelp};
   View** targets[] = {&autoRatingLayer, &manualRatingLayer, &veldrinLayer, &settingLayer, &helpLayer};
 
-  for (size_t i = 0; i < std::size(specs); ++i) {
-    const Spec& spec = specs[i];
+  for (size_t i = 0; i < std::size(outlets); ++i) {
+    const RowOutlets& o = outlets[i];
     const Rect rowFrame{0, kRowHeight * static_cast<double>(i), kRowWidth, kRowHeight};
     const Rect inRow{0, 0, kRowWidth, kRowHeight};
-    View* row = make<View>(spec.view, false);
+    View* row = make<View>(o.view, false);
     row->setFrame(rowFrame);
     *views[i] = row;
     // The hover target lies over the container with the same size: the
     // highlight is sized from one and attached to the other.
-    View* target = make<View>(spec.target, true);
+    View* target = make<View>(o.target, true);
     target->setFrame(inRow);
     *targets[i] = target;
-    Widget* label = make<Label>(spec.label);
-    label->setText(strings.localizedStringForKey(spec.titleKey, spec.title, kPopoverStringsTable));
+    Widget* label = make<Label>(o.label);
+    label->setText(strings.localizedStringForKey(o.titleKey, o.title, kPopoverStringsTable));
     *labels[i] = label;
-    if (spec.check) {
-      Widget* check = make<ImageView>(spec.check);
+    if (o.check) {
+      Widget* check = make<ImageView>(o.check);
       check->setHidden(true);  // unknown until the flags are shown
       *checks[i] = check;
     }
-    HoverButton* button = make<HoverButton>(spec.button);
+    HoverButton* button = make<HoverButton>(o.button);
     button->setFrame(rowFrame);
     *buttons[i] = button;
   }
