@@ -86,7 +86,7 @@ int main(int argc, char** argv) {
     ready = host.readFrameWhere(
                     [&](const OJson& f) {
                       if (f["type"] == "call") host.send({{"type", "result"}, {"id", f["id"]}, {"value", nullptr}});
-                      return f["page"] == -1;
+                      return f.value("page", OJson()) == -1;
                     },
                     300ms)
                 .has_value();

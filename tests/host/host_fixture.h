@@ -57,7 +57,7 @@ class HostTest : public ::testing::Test {
       auto answer = host.readFrameWhere(
           [&](const OJson& f) {
             if (f["type"] == "call") host.send({{"type", "result"}, {"id", f["id"]}, {"value", nullptr}});
-            return f["page"] == "setup";
+            return f.value("page", OJson()) == "setup";
           },
           std::chrono::milliseconds(300));
       if (answer) return;
