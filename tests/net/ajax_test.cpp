@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <memory>
+#include <mutex>
 
 #include "ajax_fixture.h"
 
@@ -179,21 +181,26 @@ TEST_F(AjaxTest, RawPostFailureHandsOverTheErrorBody) {
 }
 
 TEST_F(AjaxTest, RawPostTimesOutAfterTheStoredInterval) {
-  std::mutex m;
-  std::condition_variable cv;
-  bool released = false;
-  server.setHandler([&](const httplib::Request&, httplib::Response& res) {
-    std::unique_lock lock(m);
-    cv.wait_for(lock, std::chrono::seconds(3), [&] { return released; });
+  // Shared with the server's thread, which may still be in the handler when
+  // this test body returns.
+  struct Gate {
+    std::mutex m;
+    std::condition_variable cv;
+    bool released = false;
+  };
+  auto gate = std::make_shared<Gate>();
+  server.setHandler([gate](const httplib::Request&, httplib::Response& res) {
+    std::unique_lock lock(gate->m);
+    gate->cv.wait_for(lock, std::chrono::seconds(3), [&] { return gate->released; });
     res.set_content("{}", "application/json");
   });
   rawTimeout = 1;
   Outcome o = rawPost(server.origin() + "/slow", {}, "{}");
   {
-    std::lock_guard lock(m);
-    released = true;
+    std::lock_guard lock(gate->m);
+    gate->released = true;
   }
-  cv.notify_all();
+  gate->cv.notify_all();
   ASSERT_TRUE(o.error);
   EXPECT_FALSE(o.succeeded);
   EXPECT_EQ(o.error->code, CURLE_OPERATION_TIMEDOUT);
