@@ -43,12 +43,18 @@ export async function waitFor(what, probe, timeoutMs = STEP_TIMEOUT_MS) {
   }
 }
 
-// wren-service-sim on a free port; every request it serves is kept.
+// wren-service-sim on a free port; every request it serves is kept. With
+// `--cloud-port` among `args` it also waits for the simulated cloud, whose
+// address and certificate file come back as `cloud`.
 export async function startSimulator(args = []) {
   const child = spawn(SIM, ['--port', '0', ...args], { stdio: ['ignore', 'pipe', 'inherit'] });
+  const withCloud = args.some((a) => a === '--cloud-port' || a.startsWith('--cloud-port='));
   const requests = [];
+  const logs = [];
+  let port = null;
+  let cloud = null;
   const lines = readline.createInterface({ input: child.stdout });
-  const port = await new Promise((resolve, reject) => {
+  await new Promise((resolve, reject) => {
     child.once('error', reject);
     child.once('exit', (code) => reject(new Error(`wren-service-sim exited with ${code} before listening`)));
     lines.on('line', (line) => {
@@ -58,15 +64,22 @@ export async function startSimulator(args = []) {
       } catch {
         return;
       }
-      if (event.event === 'listening' && event.port) resolve(event.port);
+      if (event.event === 'listening' && event.port) port = event.port;
+      else if (event.event === 'listening' && event.cloudPort) {
+        cloud = { port: event.cloudPort, origin: `https://127.0.0.1:${event.cloudPort}`, caFile: event.caFile };
+      } else if (event.event === 'log') logs.push(event.info);
       else if (event.server) requests.push(event);
+      if (port && (cloud || !withCloud)) resolve();
     });
   });
   const exited = new Promise((resolve) => child.once('exit', resolve));
   return {
     port,
     origin: `http://127.0.0.1:${port}`,
+    cloud,
     requests,
+    // The "info" texts of the log commands the service was sent.
+    logs,
     // The requests whose target (path and query) contains every one of `parts`.
     requestsTo: (...parts) => requests.filter((r) => parts.every((p) => r.target.includes(p))),
     async stop() {
@@ -99,40 +112,59 @@ export function hostProcesses(runTag) {
   return found;
 }
 
-// One browser session: simulator, page servers, profile, Chromium.
-export async function startSession({ simArgs = [], colorScheme = 'light' } = {}) {
+// One browser session: simulator, page servers, profile, Chromium. A running
+// simulator may be handed in as `sim` (it is then left running at close),
+// `env` adds to the environment of the browser and so of the host it starts,
+// and `launchOptions` to Playwright's (a program that stops the session
+// itself on Ctrl-C turns Playwright's own signal handlers off there).
+export async function startSession({ simArgs = [], colorScheme = 'light', sim: givenSim = null, env = {},
+  launchOptions = {} } = {}) {
   requireBinaries();
-  const sim = await startSimulator(simArgs);
+  const sim = givenSim ?? (await startSimulator(simArgs));
   const pages = await startPageServers();
   const root = tempDir('wren-browser-test-');
   const profile = path.join(root, 'profile');
   const home = path.join(root, 'home');
   fs.mkdirSync(home);
-  const install = execFileSync(BRIDGE, ['install', '--user-data-dir', profile], { encoding: 'utf8' });
   const runTag = crypto.randomUUID();
 
-  const context = await chromium.launchPersistentContext(profile, {
-    executablePath: CHROMIUM,
-    headless: true,
-    colorScheme,
-    ignoreHTTPSErrors: true,
-    args: [
-      `--disable-extensions-except=${EXTENSION_DIR}`,
-      `--load-extension=${EXTENSION_DIR}`,
-      // Test hosts on this machine's page servers; the web-mail host on HTTPS.
-      `--host-resolver-rules=MAP *.wren-test.example 127.0.0.1, MAP mail.google.com 127.0.0.1:${pages.httpsPort}`,
-      '--disable-features=HttpsUpgrades',
-      '--no-first-run',
-    ],
-    env: {
-      ...process.env,
-      HOME: home,
-      XDG_CONFIG_HOME: path.join(home, '.config'),
-      WREN_SERVICE_ORIGIN: sim.origin,
-      WREN_TEST_RUN: runTag,
-    },
-  });
-  const worker = context.serviceWorkers()[0] ?? (await context.waitForEvent('serviceworker'));
+  let install;
+  let context;
+  let worker;
+  try {
+    install = execFileSync(BRIDGE, ['install', '--user-data-dir', profile], { encoding: 'utf8' });
+    context = await chromium.launchPersistentContext(profile, {
+      executablePath: CHROMIUM,
+      headless: true,
+      colorScheme,
+      ignoreHTTPSErrors: true,
+      args: [
+        `--disable-extensions-except=${EXTENSION_DIR}`,
+        `--load-extension=${EXTENSION_DIR}`,
+        // Test hosts on this machine's page servers; the web-mail host on HTTPS.
+        `--host-resolver-rules=MAP *.wren-test.example 127.0.0.1, MAP mail.google.com 127.0.0.1:${pages.httpsPort}`,
+        '--disable-features=HttpsUpgrades',
+        '--no-first-run',
+      ],
+      env: {
+        ...process.env,
+        HOME: home,
+        XDG_CONFIG_HOME: path.join(home, '.config'),
+        WREN_SERVICE_ORIGIN: sim.origin,
+        WREN_TEST_RUN: runTag,
+        ...env,
+      },
+      ...launchOptions,
+    });
+    worker = context.serviceWorkers()[0] ?? (await context.waitForEvent('serviceworker'));
+  } catch (e) {
+    // Nothing of a session that never started may outlive it.
+    await context?.close().catch(() => {});
+    if (!givenSim) await sim.stop();
+    await pages.close();
+    fs.rmSync(root, { recursive: true, force: true });
+    throw e;
+  }
 
   const session = {
     sim,
@@ -175,7 +207,7 @@ export async function startSession({ simArgs = [], colorScheme = 'light' } = {})
     },
     async close() {
       await context.close().catch(() => {});
-      await sim.stop();
+      if (!givenSim) await sim.stop();
       await pages.close();
       fs.rmSync(root, { recursive: true, force: true });
     },
