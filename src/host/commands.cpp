@@ -31,18 +31,21 @@ std::string describeFailure(const std::optional<HttpResponse>& response, const s
   return "the answer was not a JSON object";
 }
 
-// Runs the loop until no transfer is left in flight. Lookups of the command
-// line browser complete within the turn after they are asked, so they never
-// outlast the transfers that started them; one extra turn runs what the last
-// completion posted.
+// Runs the loop until no transfer is left in flight and the work they posted
+// has run. A chain of browser lookups posts one step a turn, so the loop is
+// kept turning (each check posts a no-op to wake it) until several turns in a
+// row found nothing in flight.
 void runUntilIdle(RunLoop& loop) {
+  constexpr int kQuietTurns = 8;
   bool expired = false;
   auto deadline = loop.addTimer(std::chrono::duration_cast<std::chrono::milliseconds>(kCommandDeadline),
                                 [&expired] { expired = true; });
   int quietTurns = 0;
   loop.runUntil([&] {
     quietTurns = loop.pendingTransfers() == 0 ? quietTurns + 1 : 0;
-    return expired || quietTurns >= 3;
+    if (expired || quietTurns >= kQuietTurns) return true;
+    if (quietTurns > 0) loop.post([] {});
+    return false;
   });
   if (!expired) loop.cancelTimer(deadline);
 }
@@ -132,7 +135,9 @@ int runPopoverCommand(const std::vector<std::string>& args) {
   world.popover.viewWillAppear();
   world.popover.viewDidAppear();
   runUntilIdle(world.loop);
-  std::fputs(describePopover(popoverState(world.popover)).c_str(), stdout);
+  std::string text = describePopover(popoverState(world.popover));
+  if (!text.empty() && text.back() != '\n') text += '\n';
+  std::fputs(text.c_str(), stdout);
   Logging::flush();
   return 0;
 }

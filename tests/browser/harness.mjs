@@ -7,6 +7,7 @@ import crypto from 'node:crypto';
 import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
+import { fileURLToPath } from 'node:url';
 import readline from 'node:readline';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { chromium } from 'playwright-core';
@@ -15,7 +16,7 @@ import { startPageServers } from './pages.mjs';
 export const CHROMIUM = process.env.WREN_CHROMIUM || '/usr/lib/chromium/chromium';
 export const BRIDGE = process.env.WREN_BRIDGE_EXE;
 export const SIM = process.env.WREN_SIM_EXE;
-export const EXTENSION_DIR = path.resolve(import.meta.dirname, '../../extension');
+export const EXTENSION_DIR = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../../extension');
 // Fixed by the public key in extension/manifest.json.
 export const EXTENSION_ID = 'kkkadkgcagokddgolmdbmdhkpnbhhahc';
 
