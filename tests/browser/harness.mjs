@@ -146,6 +146,10 @@ export async function startSession({ simArgs = [], colorScheme = 'light', sim: g
         `--host-resolver-rules=MAP *.wren-test.example 127.0.0.1, MAP mail.google.com 127.0.0.1:${pages.httpsPort}`,
         '--disable-features=HttpsUpgrades',
         '--no-first-run',
+        // Emulation reaches a popup window only after its script has run, so
+        // the popup could report the light appearance: make the whole
+        // browser dark instead.
+        ...(colorScheme === 'dark' ? ['--force-dark-mode'] : []),
       ],
       env: {
         ...process.env,

@@ -18,6 +18,11 @@ if [ ! -x "$chromium" ] || ! command -v node >/dev/null || ! command -v npm >/de
   echo "browser tests skipped: needs $chromium, node and npm (scripts/install-deps --browser)" >&2
   exit 77
 fi
+node_major="$(node -p 'process.versions.node.split(".")[0]')"
+if [ "$node_major" -lt 20 ]; then
+  echo "browser tests skipped: playwright-core needs node 20 or newer, this is $(node --version)" >&2
+  exit 77
+fi
 cd "$here"
 npm ci --no-audit --no-fund --loglevel=error
 exec node --test --test-concurrency=1 --test-timeout=90000 extension.test.mjs
