@@ -107,8 +107,15 @@ void MailScanClient::logScanAnswer(const Json& answer) {
   // The address as it stands now, not when the request left: the page may
   // have switched accounts meanwhile, and the log should say whose answer
   // the page received.
-  server_.sendCommand(logCommand(emailHashLogLine(setting_.veldrinConfigItem().curEmail())), nullptr, nullptr);
-  server_.sendCommand(logCommand(serverResponseLogLine(answer)), nullptr, nullptr);
+  // The second line is sent once the first is through (or has failed), so
+  // the service's log has them in this order: two requests in flight at once
+  // may travel on two connections and arrive either way round.
+  WrenBrowserExtServer& server = server_;
+  auto sendResponseLine = [&server, command = logCommand(serverResponseLogLine(answer))](auto&&...) {
+    server.sendCommand(command, nullptr, nullptr);
+  };
+  server_.sendCommand(logCommand(emailHashLogLine(setting_.veldrinConfigItem().curEmail())), sendResponseLine,
+                      sendResponseLine);
 }
 
 std::string compactLogLine(std::string_view text) {
