@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 
+#include "http_wire.h"
 #include "sim_json.h"
 
 namespace wren::sim {
@@ -24,8 +25,14 @@ class EventLog {
   void event(const Json& line);
   // {"server","method","target","headers","body"}; skipped with --quiet.
   void request(const std::string& server, const httplib::Request& req, const Redactor& redact = nullptr);
+  // The same line for a request of the raw server, its headers in the order
+  // the HTTP library's map would list them (by name, ignoring case).
+  void request(const std::string& server, const WireRequest& req);
 
  private:
+  template <typename HeaderList>
+  void requestLine(const std::string& server, const std::string& method, const std::string& target,
+                   const HeaderList& headers, const std::string& body, const Redactor& redact);
   std::FILE* out_;
   bool quiet_;
   std::mutex mutex_;

@@ -6,12 +6,14 @@ namespace wren::sim {
 
 namespace {
 
-std::string trimBlanks(const std::string& text) {
+std::string_view trimBlanks(std::string_view text) {
   size_t begin = text.find_first_not_of(" \t");
-  if (begin == std::string::npos) return "";
+  if (begin == std::string_view::npos) return {};
   size_t end = text.find_last_not_of(" \t");
   return text.substr(begin, end - begin + 1);
 }
+
+char lowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 const char* reasonPhrase(int status) {
   switch (status) {
@@ -31,12 +33,34 @@ const char* reasonPhrase(int status) {
 
 }  // namespace
 
-bool parseRequestHead(const std::string& head, httplib::Request* req, std::string* error) {
+bool sameHeaderName(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && startsWithIgnoringCase(a, b);
+}
+
+bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
+  if (text.size() < prefix.size()) return false;
+  for (size_t i = 0; i < prefix.size(); ++i)
+    if (lowerAscii(text[i]) != lowerAscii(prefix[i])) return false;
+  return true;
+}
+
+const std::string* WireRequest::header(std::string_view name) const {
+  for (const auto& [key, value] : headers)
+    if (sameHeaderName(key, name)) return &value;
+  return nullptr;
+}
+
+std::string WireRequest::headerText(std::string_view name) const {
+  const std::string* value = header(name);
+  return value ? std::string(value->c_str()) : std::string();
+}
+
+bool parseRequestHead(std::string_view head, WireRequest* req, std::string* error) {
   size_t lineEnd = head.find("\r\n");
-  std::string requestLine = head.substr(0, lineEnd);
+  std::string_view requestLine = head.substr(0, lineEnd);
   size_t sp1 = requestLine.find(' ');
-  size_t sp2 = sp1 == std::string::npos ? sp1 : requestLine.find(' ', sp1 + 1);
-  if (sp2 == std::string::npos || sp1 == 0 || sp2 == sp1 + 1) {
+  size_t sp2 = sp1 == std::string_view::npos ? sp1 : requestLine.find(' ', sp1 + 1);
+  if (sp2 == std::string_view::npos || sp1 == 0 || sp2 == sp1 + 1) {
     *error = "malformed request line";
     return false;
   }
@@ -49,46 +73,50 @@ bool parseRequestHead(const std::string& head, httplib::Request* req, std::strin
   }
   req->path = req->target.substr(0, req->target.find('?'));
 
-  std::string lastName;
-  for (size_t pos = lineEnd; pos != std::string::npos && pos < head.size();) {
+  for (size_t pos = lineEnd; pos != std::string_view::npos && pos < head.size();) {
     size_t start = pos + 2;
     size_t end = head.find("\r\n", start);
-    std::string line = head.substr(start, end == std::string::npos ? std::string::npos : end - start);
+    std::string_view line = head.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start);
     pos = end;
     if (line.empty()) continue;
-    if ((line[0] == ' ' || line[0] == '\t') && !lastName.empty()) {
+    if ((line[0] == ' ' || line[0] == '\t') && !req->headers.empty()) {
       // An obsolete folded continuation line: part of the previous value.
-      auto last = req->headers.upper_bound(lastName);
-      (--last)->second += " " + trimBlanks(line);
+      std::string& value = req->headers.back().second;
+      value += ' ';
+      value += trimBlanks(line);
       continue;
     }
     size_t colon = line.find(':');
-    if (colon == std::string::npos || colon == 0 || line.find_first_of(" \t") < colon) {
+    if (colon == std::string_view::npos || colon == 0 || line.find_first_of(" \t") < colon) {
       *error = "malformed header line";
       return false;
     }
-    lastName = line.substr(0, colon);
-    req->headers.emplace(lastName, trimBlanks(line.substr(colon + 1)));
+    req->headers.emplace_back(line.substr(0, colon), trimBlanks(line.substr(colon + 1)));
   }
   return true;
 }
 
-bool wantsKeepAlive(const httplib::Request& req) {
-  std::string connection = req.get_header_value("Connection");
+bool wantsKeepAlive(const WireRequest& req) {
+  std::string connection = req.headerText("Connection");
   if (req.version == "HTTP/1.0") return strcasecmp(connection.c_str(), "keep-alive") == 0;
   return strcasecmp(connection.c_str(), "close") != 0;
 }
 
-std::string serializeResponse(const httplib::Response& res, bool keepAlive, bool headRequest) {
+void appendResponse(const httplib::Response& res, bool keepAlive, bool headRequest, std::string* out) {
   int status = res.status > 0 ? res.status : 500;
-  std::string out = "HTTP/1.1 " + std::to_string(status) + " " + reasonPhrase(status) + "\r\n";
+  out->append("HTTP/1.1 ").append(std::to_string(status)).append(" ").append(reasonPhrase(status)).append("\r\n");
   for (const auto& [name, value] : res.headers) {
     if (strcasecmp(name.c_str(), "Content-Length") == 0 || strcasecmp(name.c_str(), "Connection") == 0) continue;
-    out += name + ": " + value + "\r\n";
+    out->append(name).append(": ").append(value).append("\r\n");
   }
-  out += "Content-Length: " + std::to_string(res.body.size()) + "\r\n";
-  out += std::string("Connection: ") + (keepAlive ? "keep-alive" : "close") + "\r\n\r\n";
-  if (!headRequest) out += res.body;
+  out->append("Content-Length: ").append(std::to_string(res.body.size())).append("\r\n");
+  out->append("Connection: ").append(keepAlive ? "keep-alive" : "close").append("\r\n\r\n");
+  if (!headRequest) out->append(res.body);
+}
+
+std::string serializeResponse(const httplib::Response& res, bool keepAlive, bool headRequest) {
+  std::string out;
+  appendResponse(res, keepAlive, headRequest, &out);
   return out;
 }
 

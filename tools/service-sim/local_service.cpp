@@ -1,6 +1,9 @@
 #include "local_service.h"
 
 #include <charconv>
+#include <optional>
+#include <string_view>
+#include <vector>
 
 #include "text_util.h"
 
@@ -30,13 +33,105 @@ std::optional<long long> parseInteger(const std::string& text) {
 
 // The header's value, all of it (the library's accessor stops at a NUL byte);
 // "" when absent. Names compare case-insensitively.
-std::string headerValue(const httplib::Request& req, const std::string& name) {
-  auto it = req.headers.find(name);
-  return it == req.headers.end() ? "" : it->second;
+std::string headerValue(const WireRequest& req, std::string_view name) {
+  const std::string* value = req.header(name);
+  return value ? *value : std::string();
 }
 
-std::string itemHeader(int index, const char* suffix) {
-  return "KVEExtURLs_" + std::to_string(index) + suffix;
+// The first value of each of an item's rating headers, "KVEExtURLs_<i>_url",
+// "_id" and "_needResolving" (names in any case); nullptr when not sent.
+struct ItemHeaders {
+  const std::string* url = nullptr;
+  const std::string* id = nullptr;
+  const std::string* needResolving = nullptr;
+};
+
+// Sorts the rating headers by item in one pass over the request's headers,
+// instead of searching all of them for each of an item's three names. An
+// index is read only in its plain decimal form, the way the names are built.
+std::vector<ItemHeaders> itemHeaders(const WireRequest& req, size_t count) {
+  constexpr std::string_view kPrefix = "KVEExtURLs_";
+  std::vector<ItemHeaders> items(count);
+  for (const auto& [name, value] : req.headers) {
+    if (!startsWithIgnoringCase(name, kPrefix)) continue;
+    std::string_view rest = std::string_view(name).substr(kPrefix.size());
+    size_t digits = 0;
+    while (digits < rest.size() && rest[digits] >= '0' && rest[digits] <= '9') ++digits;
+    if (digits == 0 || (digits > 1 && rest[0] == '0') || digits >= rest.size() || rest[digits] != '_') continue;
+    size_t index = 0;
+    auto [end, ec] = std::from_chars(rest.data(), rest.data() + digits, index);
+    if (ec != std::errc() || index >= count) continue;
+    std::string_view field = rest.substr(digits + 1);
+    ItemHeaders& item = items[index];
+    const std::string** slot = sameHeaderName(field, "url")             ? &item.url
+                               : sameHeaderName(field, "id")            ? &item.id
+                               : sameHeaderName(field, "needResolving") ? &item.needResolving
+                                                                        : nullptr;
+    if (slot && !*slot) *slot = &value;  // the first one sent counts, as with a lookup
+  }
+  return items;
+}
+
+// JSON text written straight into the answer: a rating answer is a list of
+// small flat objects, and building them as a document first cost more than
+// rating the addresses. Text that needs escaping goes through the JSON
+// library, so the bytes are the same as dumpJson's.
+void appendJsonString(std::string* out, std::string_view text) {
+  bool plain = true;
+  for (char c : text) {
+    unsigned char u = static_cast<unsigned char>(c);
+    if (u < 0x20 || u >= 0x7F || c == '"' || c == '\\') {
+      plain = false;
+      break;
+    }
+  }
+  if (!plain) {
+    out->append(dumpJson(Json(std::string(text))));
+    return;
+  }
+  out->push_back('"');
+  out->append(text);
+  out->push_back('"');
+}
+
+void appendJsonValue(std::string* out, const Json& value) {
+  if (value.is_string()) {
+    appendJsonString(out, value.get_ref<const std::string&>());
+  } else {
+    out->append(dumpJson(value));
+  }
+}
+
+// Appends one item's rating object; returns its level.
+int appendRating(std::string* out, const Rules& rules, const ItemHeaders& headers) {
+  // Values are used as sent: the bridge's %0D/%0A/%00 escapes stay escaped.
+  static const std::string kAbsent;
+  const std::string& url = headers.url ? *headers.url : kAbsent;
+  bool needResolving = headers.needResolving && toLower(*headers.needResolving) == "true";
+  std::optional<std::string> target = needResolving ? rules.resolveShortLink(url) : std::nullopt;
+  Rating rating = rules.rate(target.value_or(url));
+
+  out->append("{\"id\":");
+  if (!headers.id) {
+    out->append("null");
+  } else if (auto n = parseInteger(*headers.id)) {
+    out->append(std::to_string(*n));
+  } else {
+    appendJsonString(out, *headers.id);
+  }
+  out->append(",\"url\":");
+  appendJsonString(out, url);
+  out->append(",\"level\":").append(std::to_string(rating.level));
+  out->append(",\"category\":");
+  appendJsonValue(out, rating.category);
+  out->append(",\"categoryGroup\":");
+  appendJsonValue(out, rating.categoryGroup);
+  if (target) {
+    out->append(",\"resolved\":");
+    appendJsonString(out, *target);
+  }
+  out->push_back('}');
+  return rating.level;
 }
 
 }  // namespace
@@ -44,7 +139,7 @@ std::string itemHeader(int index, const char* suffix) {
 LocalService::LocalService(LocalServiceConfig config, const Rules& rules, EventLog& log)
     : config_(std::move(config)), rules_(rules), log_(log) {}
 
-void LocalService::handle(const httplib::Request& req, httplib::Response& res) {
+void LocalService::handle(const WireRequest& req, httplib::Response& res) {
   log_.request("local", req);
   if (req.method == "GET" && req.path == "/BrowserExt/setting")
     handleSetting(req, res);
@@ -58,7 +153,7 @@ void LocalService::handle(const httplib::Request& req, httplib::Response& res) {
     reply(res, {{"error", "not found"}}, 404);
 }
 
-void LocalService::handleSetting(const httplib::Request& req, httplib::Response& res) {
+void LocalService::handleSetting(const WireRequest& req, httplib::Response& res) {
   Query q = parseRawQuery(queryOf(req.target));
   if (q["type"] != "extension") {
     reply(res, {{"error", "unknown setting type"}}, 400);
@@ -69,7 +164,7 @@ void LocalService::handleSetting(const httplib::Request& req, httplib::Response&
   reply(res, {{"EnableAutomaticScan", config_.autoScan}, {"EnableManualScanner", config_.manualScan}});
 }
 
-void LocalService::handleCommand(const httplib::Request& req, httplib::Response& res) {
+void LocalService::handleCommand(const WireRequest& req, httplib::Response& res) {
   // Parsed from the raw target: the mail-scan address arrives as unescaped
   // Base64, whose "+" a form decoder would turn into a space.
   Query q = parseRawQuery(queryOf(req.target));
@@ -138,45 +233,33 @@ Json LocalService::vdsSettings(const Query& q) {
   return answer;
 }
 
-void LocalService::handleRating(const httplib::Request& req, httplib::Response& res) {
+void LocalService::handleRating(const WireRequest& req, httplib::Response& res) {
   Query q = parseRawQuery(queryOf(req.target));
   auto count = parseInteger(headerValue(req, "KVExtURLs_Length"));
   if (!count || *count < 0 || *count > kMaxRatedItems) {
     reply(res, {{"error", "KVExtURLs_Length must be a count from 0 to " + std::to_string(kMaxRatedItems)}}, 400);
     return;
   }
-  Json results = Json::array();
-  for (int i = 0; i < *count; ++i) results.push_back(rateItem(req, i));
-  Json answer = {{"results", results}};
-  if (q["type"] == "wtp") {
-    answer["wtp_level"] = results.empty() ? Json(kLevelUnknown) : results[0]["level"];
-    answer["productVersion"] = config_.productVersion;
+  std::vector<ItemHeaders> items = itemHeaders(req, static_cast<size_t>(*count));
+  std::string body = "{\"results\":[";
+  std::optional<int> firstLevel;
+  for (size_t i = 0; i < items.size(); ++i) {
+    if (i > 0) body.push_back(',');
+    int level = appendRating(&body, rules_, items[i]);
+    if (!firstLevel) firstLevel = level;
   }
-  reply(res, answer);
+  body.push_back(']');
+  if (q["type"] == "wtp") {
+    body.append(",\"wtp_level\":").append(std::to_string(firstLevel.value_or(kLevelUnknown)));
+    body.append(",\"productVersion\":");
+    appendJsonString(&body, config_.productVersion);
+  }
+  body.push_back('}');
+  res.status = 200;
+  res.set_content(std::move(body), kJsonType);
 }
 
-Json LocalService::rateItem(const httplib::Request& req, int index) const {
-  // Values are used as sent: the bridge's %0D/%0A/%00 escapes stay escaped.
-  std::string url = headerValue(req, itemHeader(index, "_url"));
-  std::string idText = headerValue(req, itemHeader(index, "_id"));
-  bool needResolving = toLower(headerValue(req, itemHeader(index, "_needResolving"))) == "true";
-  Json id = nullptr;
-  if (auto n = parseInteger(idText))
-    id = *n;
-  else if (req.headers.count(itemHeader(index, "_id")))
-    id = idText;
-  std::optional<std::string> target = needResolving ? rules_.resolveShortLink(url) : std::nullopt;
-  Rating rating = rules_.rate(target.value_or(url));
-  Json item = {{"id", id},
-               {"url", url},
-               {"level", rating.level},
-               {"category", rating.category},
-               {"categoryGroup", rating.categoryGroup}};
-  if (target) item["resolved"] = *target;
-  return item;
-}
-
-void LocalService::handleSendData(const httplib::Request& req, httplib::Response& res) {
+void LocalService::handleSendData(const WireRequest& req, httplib::Response& res) {
   Json data = parseJson(req.body);
   log_.event({{"event", "sendData"}, {"data", data.is_discarded() ? Json(req.body) : data}});
   reply(res, {{"result", "ok"}});

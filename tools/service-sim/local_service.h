@@ -1,9 +1,8 @@
 #pragma once
 // The simulated local protection service: settings, commands, rating and the
 // data relay under /BrowserExt/. Runs on the raw HTTP server's connection
-// threads and
-// owns the switchable state (toolbar, scan flags, per-address mail-scan
-// switch), guarded by one lock; rules and the log are borrowed.
+// threads and owns the switchable state (toolbar, scan flags, per-address
+// mail-scan switch), guarded by one lock; rules and the log are borrowed.
 #include <httplib.h>
 
 #include <map>
@@ -11,6 +10,7 @@
 #include <string>
 
 #include "event_log.h"
+#include "http_wire.h"
 #include "rules.h"
 #include "sim_json.h"
 
@@ -27,19 +27,18 @@ class LocalService {
   LocalService(LocalServiceConfig config, const Rules& rules, EventLog& log);
 
   // Answers one request (any method, any path); thread-safe.
-  void handle(const httplib::Request& req, httplib::Response& res);
+  void handle(const WireRequest& req, httplib::Response& res);
 
  private:
   using Query = std::map<std::string, std::string>;
 
-  void handleSetting(const httplib::Request& req, httplib::Response& res);
-  void handleCommand(const httplib::Request& req, httplib::Response& res);
-  void handleRating(const httplib::Request& req, httplib::Response& res);
-  void handleSendData(const httplib::Request& req, httplib::Response& res);
+  void handleSetting(const WireRequest& req, httplib::Response& res);
+  void handleCommand(const WireRequest& req, httplib::Response& res);
+  void handleRating(const WireRequest& req, httplib::Response& res);
+  void handleSendData(const WireRequest& req, httplib::Response& res);
 
   Json updateSetting(const Query& q, int* status);
   Json vdsSettings(const Query& q);
-  Json rateItem(const httplib::Request& req, int index) const;
 
   LocalServiceConfig config_;
   const Rules& rules_;

@@ -109,7 +109,7 @@ int main(int argc, char** argv) {
                             options->productVersion,
                             cloudServer ? "https://127.0.0.1:" + std::to_string(cloudPort) : ""};
   LocalService local(config, *rules, log);
-  RawHttpServer localServer([&local](const httplib::Request& req, httplib::Response& res) { local.handle(req, res); });
+  RawHttpServer localServer([&local](const WireRequest& req, httplib::Response& res) { local.handle(req, res); });
   int port = localServer.bind(options->port);
   if (port <= 0) return fail("cannot listen on 127.0.0.1:" + std::to_string(options->port));
 

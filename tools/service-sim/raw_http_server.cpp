@@ -124,11 +124,19 @@ void RawHttpServer::reapFinished() {
 
 void RawHttpServer::serve(Connection* connection) {
   const int fd = connection->fd;
+  // Bytes read but not yet consumed are buffer[consumed..]; the consumed
+  // front is dropped only when the next read needs the room, so a request
+  // costs no copy of the bytes after it.
   std::string buffer;
+  size_t consumed = 0;
   // Reads more bytes into buffer; false on close, idle time-out or stop.
   auto readMore = [&]() {
     pollfd fds[2] = {{fd, POLLIN, 0}, {wakePipe_[0], POLLIN, 0}};
     if (::poll(fds, 2, kIdleTimeoutMs) <= 0 || fds[1].revents) return false;
+    if (consumed > 0) {
+      buffer.erase(0, consumed);
+      consumed = 0;
+    }
     char chunk[kReadChunk];
     ssize_t n = ::recv(fd, chunk, sizeof chunk, 0);
     if (n <= 0) return false;
@@ -137,27 +145,29 @@ void RawHttpServer::serve(Connection* connection) {
   };
   // Reads one request into req; false when the connection is to be closed
   // (after an error answer where the client deserves one).
-  auto readRequest = [&](httplib::Request& req) {
-    size_t headEnd = buffer.find("\r\n\r\n");
+  auto readRequest = [&](WireRequest& req) {
+    size_t headEnd = buffer.find("\r\n\r\n", consumed);
     while (headEnd == std::string::npos) {
-      if (buffer.size() > kMaxHeadBytes) {
+      if (buffer.size() - consumed > kMaxHeadBytes) {
         replyAndClose(fd, 431, "request head too large");
         return false;
       }
+      size_t searched = buffer.size() - consumed;
       if (!readMore()) return false;
-      headEnd = buffer.find("\r\n\r\n");
+      // Only the new bytes (and the three before them) can complete the end.
+      headEnd = buffer.find("\r\n\r\n", consumed + (searched > 3 ? searched - 3 : 0));
     }
     std::string error;
-    if (!parseRequestHead(buffer.substr(0, headEnd), &req, &error)) {
+    if (!parseRequestHead(std::string_view(buffer).substr(consumed, headEnd - consumed), &req, &error)) {
       replyAndClose(fd, 400, error);
       return false;
     }
-    buffer.erase(0, headEnd + 4);
-    if (req.has_header("Transfer-Encoding")) {
+    consumed = headEnd + 4;
+    if (req.hasHeader("Transfer-Encoding")) {
       replyAndClose(fd, 501, "chunked request bodies are not supported");
       return false;
     }
-    std::string lengthText = req.get_header_value("Content-Length");
+    std::string lengthText = req.headerText("Content-Length");
     size_t length = 0;
     auto [end, ec] = std::from_chars(lengthText.data(), lengthText.data() + lengthText.size(), length);
     if (!lengthText.empty() && (ec != std::errc() || end != lengthText.data() + lengthText.size())) {
@@ -168,18 +178,19 @@ void RawHttpServer::serve(Connection* connection) {
       replyAndClose(fd, 413, "request body too large");
       return false;
     }
-    if (strcasecmp(req.get_header_value("Expect").c_str(), "100-continue") == 0 &&
+    if (strcasecmp(req.headerText("Expect").c_str(), "100-continue") == 0 &&
         !writeAll(fd, "HTTP/1.1 100 Continue\r\n\r\n"))
       return false;
-    while (buffer.size() < length)
+    while (buffer.size() - consumed < length)
       if (!readMore()) return false;
-    req.body = buffer.substr(0, length);
-    buffer.erase(0, length);
+    req.body.assign(buffer, consumed, length);
+    consumed += length;
     return true;
   };
 
+  std::string out;
   while (!stopping_) {
-    httplib::Request req;
+    WireRequest req;
     if (!readRequest(req)) break;
     httplib::Response res;
     res.status = 404;
@@ -191,7 +202,9 @@ void RawHttpServer::serve(Connection* connection) {
       res.set_content(R"({"error":"internal error"})", "application/json");
     }
     bool keepAlive = wantsKeepAlive(req);
-    if (!writeAll(fd, serializeResponse(res, keepAlive, req.method == "HEAD")) || !keepAlive) break;
+    out.clear();
+    appendResponse(res, keepAlive, req.method == "HEAD", &out);
+    if (!writeAll(fd, out) || !keepAlive) break;
   }
   ::close(fd);
   connection->done = true;

@@ -4,9 +4,9 @@
 // values, which would hide what the bridge really sent (it escapes CR, LF and
 // NUL in addresses as %0D, %0A, %00), so the local service is served by this.
 // An accept thread plus one thread a connection; the handler runs on the
-// connection threads and must be thread-safe. Requests and answers reuse the
-// HTTP library's plain Request/Response structs.
-#include <httplib.h>
+// connection threads and must be thread-safe. Requests and answers are
+// WireRequest (see http_wire.h) and the HTTP library's plain Response struct.
+#include "http_wire.h"
 
 #include <atomic>
 #include <functional>
@@ -20,7 +20,7 @@ namespace wren::sim {
 
 class RawHttpServer {
  public:
-  using Handler = std::function<void(const httplib::Request&, httplib::Response&)>;
+  using Handler = std::function<void(const WireRequest&, httplib::Response&)>;
 
   explicit RawHttpServer(Handler handler);
   ~RawHttpServer();  // stops and joins
