@@ -126,6 +126,11 @@ int main(int argc, char** argv) {
   double elapsed = duration<double>(steady_clock::now() - start).count();
   long rss = peakRssKiB(host.pid());
   host.closeStdin();
+  // Keep reading until the host closes its end: answers still in flight would
+  // otherwise fill the pipe and block the host in a write, where it never sees
+  // the end of its input.
+  while (host.readFrame(5s)) {
+  }
   host.wait();
   kill(sim, SIGTERM);
   std::sort(latencies.begin(), latencies.end());
