@@ -1,0 +1,240 @@
+// The page-message dispatcher on a real service on loopback, with the toolbar
+// switched on. The mail-scan relay, the promotion, new tabs and the gate on
+// the wire are pinned end to end through the host.
+#include <gmock/gmock.h>
+
+#include "bridge/safari_extension_handler.h"
+#include "server/service_fixture.h"
+
+namespace wren::test {
+namespace {
+
+using S = std::optional<std::string>;
+
+// Answers every lookup at once and records what the pages are sent.
+class FakeBrowser : public Browser {
+ public:
+  struct Message { std::string name; std::optional<Json> userInfo; };
+  std::vector<Message> messages;
+
+  using Done = std::function<void(const BrowserHandle&)>;
+  void getActiveWindow(Done done) override { done("window"); }
+  void getActiveTab(const BrowserHandle&, Done done) override { done("tab"); }
+  void getActivePage(const BrowserHandle&, Done done) override { done("page"); }
+  void getPageProperties(const BrowserHandle&, std::function<void(const std::optional<PageProperties>&)>) override {}
+  void openTab(const BrowserHandle&, const std::string&, bool) override {}
+  void dispatchMessageToScript(const BrowserHandle&, const std::string& name, const std::optional<Json>& i) override {
+    messages.push_back({name, i});
+  }
+};
+
+class HandlerTest : public ServiceFixture {
+ protected:
+  HandlerTest() { setting.setBToolbarEnabled(true); }
+  void send(const std::string& name, const char* info = nullptr) {
+    handler.messageReceivedWithName(name, "page-A", info ? std::optional<Json>(Json::parse(info)) : std::nullopt);
+  }
+  // Sends, lets every request it starts finish, and returns what the pages got.
+  std::vector<FakeBrowser::Message> exchange(const std::string& name, const char* info) {
+    browser.messages.clear();
+    send(name, info);
+    settle();
+    return browser.messages;
+  }
+
+  FakeBrowser browser;
+  SafariExtensionHandler handler{server, setting, ajax, browser, "9.8.7"};
+};
+
+TEST_F(HandlerTest, SendDataPostsTheDictionaryAsJsonAndAnswersNothing) {
+  EXPECT_TRUE(exchange("send_data", R"({"kind":"visit","n":[1,2]})").empty());
+  EXPECT_TRUE(exchange("send_data", nullptr).empty());
+  auto r = service.requests();
+  EXPECT_EQ(r.at(0).method + " " + r[0].target, "POST /BrowserExt/sendData");
+  EXPECT_EQ(Json::parse(r[0].body), Json::parse(R"({"kind":"visit","n":[1,2]})"));
+  EXPECT_EQ(Json::parse(r.at(1).body), Json::object());
+  service.respond(500, "application/json", "{}");
+  exchange("send_data", "{}");
+  EXPECT_EQ(linesWith("[SafariToolbar]>>send_data failed."), 1u);
+}
+
+TEST_F(HandlerTest, SendCommandMergesTheAnswerBodyAndBuildVersion) {
+  service.setHandler([](const httplib::Request&, httplib::Response& res) {
+    res.set_header("X-Header", "not merged");
+    res.set_content(R"({"status":"ok","page":"service","buildVersion":"old"})", "application/json");
+  });
+  auto answers = exchange("vd_send_command", R"({"type":"custom","page":"mine","keep":1})");
+  EXPECT_EQ(answers.at(0).name, "vd_send_command");
+  EXPECT_EQ(answers[0].userInfo,
+            Json::parse(R"({"type":"custom","page":"service","keep":1,"status":"ok","buildVersion":"9.8.7"})"));
+  EXPECT_EQ(service.requests().at(0).target, "/BrowserExt/command?keep=1&page=mine&type=custom");
+  // A failure, or an answer that is not a dictionary, echoes the request.
+  for (auto [status, body] : {std::pair{500, "{}"}, std::pair{200, "[1]"}}) {
+    service.respond(status, "application/json", body);
+    EXPECT_EQ(exchange("vd_send_command", R"({"type":"c"})").at(0).userInfo, Json::parse(R"({"type":"c"})"));
+  }
+}
+
+TEST_F(HandlerTest, GetSettingSendsBase64AndAnswersWithSettings) {
+  service.respond(200, "application/json", R"({"ShowVeldrin":"1"})");
+  auto answers = exchange("vd_get_setting", R"({"e":"a@bc","i":{"n":1},"x":0})");
+  EXPECT_EQ(answers.at(0).name, "vd_get_setting");
+  EXPECT_EQ(answers[0].userInfo, Json::parse(R"({"e":"a@bc","i":{"n":1},"x":0,"settings":{"ShowVeldrin":"1"}})"));
+  EXPECT_EQ(service.requests().at(0).query, "e=YUBiYw%3D%3D&i%5Bn%5D=1&type=vds");
+  service.respond(500, "application/json", "{}");
+  EXPECT_TRUE(exchange("vd_get_setting", R"({"e":"a","i":1})").empty());
+  // Without "e" or "i" nothing is asked.
+  for (const char* info : {R"({"i":1})", R"({"e":"a"})", R"({"e":5,"i":1})"}) exchange("vd_get_setting", info);
+  EXPECT_EQ(service.requestCount(), 2u);
+}
+
+// The message, not the page's own "type", decides what is fetched; only an
+// answer labelled HTML is taken.
+TEST_F(HandlerTest, PageContentAcceptsHtmlOnly) {
+  for (const char* name : {"get_relevant_blog", "wtpatl"}) {
+    service.respond(200, "text/html", R"({"html":"<p>x</p>"})");
+    auto answers = exchange(name, R"({"type":"page-own","lang":"en"})");
+    EXPECT_EQ(answers.at(0).name, name);
+    EXPECT_EQ(answers[0].userInfo, Json::parse(R"({"html":"<p>x</p>"})"));
+    EXPECT_EQ(service.requests().back().target, "/BrowserExt/command?lang=en&type=" + std::string(name));
+    service.respond(200, "application/json", R"({"html":"x"})");
+    EXPECT_TRUE(exchange(name, "{}").empty());
+  }
+}
+
+TEST_F(HandlerTest, RateItemsRatesOnlyWhatTheFlagsAllow) {
+  struct Case {
+    const char* type;  // "type" as JSON, "" when absent
+    bool autoScan, manualScan, rated;
+  };
+  for (const Case& c : {Case{"", true, true, false}, Case{R"("AutomaticScan")", false, true, false},
+                        Case{R"("AutomaticScan")", true, false, true}, Case{R"("ManualScanner")", true, false, false},
+                        Case{R"("ManualScanner")", false, true, true}, Case{R"("Other")", false, false, true},
+                        Case{"5", false, false, true}}) {
+    setting.setBAutoScanEnabled(c.autoScan);
+    setting.setBManualScanEnabled(c.manualScan);
+    const std::string type = *c.type ? std::string(R"(,"type":)") + c.type : "";
+    auto answers = exchange("rateItems", (R"({"urls":[{"url":"u","id":1}])" + type + "}").c_str());
+    EXPECT_EQ(answers.size(), c.rated ? 1u : 0u) << type;
+  }
+  EXPECT_TRUE(exchange("rateItems", R"({"type":"x"})").empty());  // no urls
+}
+
+TEST_F(HandlerTest, RateItemsCopiesLevelsByPositionOrAnswersNothing) {
+  const std::pair<const char*, const char*> cases[] = {  // the service's answer; the page's results, "" for none
+      {R"({"results":[{"level":3},{"level":"0"}]})",
+       R"([{"url":"a","id":1,"level":3},{"url":"b","id":2,"level":"0"},{"url":"c","id":3}])"},
+      {"{}", R"([{"url":"a","id":1},{"url":"b","id":2},{"url":"c","id":3}])"},
+      {R"({"results":[{"level":1},{"level":1},{"level":1},{"level":1}]})", ""},
+      {R"({"results":[{"level":1},{"category":"x"}]})", ""},
+      {R"({"results":[{"level":1},"x"]})", ""},
+      {R"({"results":{"level":1}})", ""}};
+  for (auto [answer, result] : cases) {
+    service.respond(200, "application/json", answer);
+    auto answers = exchange("rateItems", R"({"type":"x","urls":[{"url":"a","id":1},{"url":"b","id":2},
+                                                                {"url":"c","id":3}]})");
+    ASSERT_EQ(answers.size(), *result ? 1u : 0u) << answer;
+    if (*result) { EXPECT_EQ(answers[0].userInfo, Json({{"results", Json::parse(result)}})) << answer; }
+  }
+}
+
+class WtpRatingTest : public HandlerTest {
+ protected:
+  static constexpr const char* kPage = R"({"urls":[{"url":"https://p.test/","id":9,"k":1},{"url":"o","id":10}]})";
+  // The settings answer (the toolbar on when `toolbar`) and the rating answer.
+  void serviceSays(const std::string& rating, bool toolbar = true, int settingStatus = 200) {
+    service.setHandler([=](const httplib::Request& req, httplib::Response& res) {
+      const bool settings = req.path == "/BrowserExt/setting";
+      if (settings && toolbar) res.set_header("X-Wren-ToolbarStatus", "1");
+      res.status = settings ? settingStatus : 200;
+      res.set_content(settings ? R"({"EnableAutomaticScan":1})" : rating, "application/json");
+    });
+  }
+};
+
+TEST_F(WtpRatingTest, ReloadsSettingsThenRatesThePage) {
+  serviceSays(R"({"results":[{"level":4,"category":"c","categoryGroup":"g","x":1},{"level":1}],
+                  "wtp_level":2,"productVersion":"5.0"})");
+  auto answers = exchange("wtp_rating", kPage);
+  EXPECT_EQ(answers.at(0).name, "wtp_rating");
+  EXPECT_EQ(answers[0].userInfo, Json::parse(R"({"results":{"url":"https://p.test/","id":9,"k":1,"category":"c",
+                                     "categoryGroup":"g","level":4},"wtp_level":2,"productVersion":"5.0"})"));
+  auto requests = service.requests();
+  EXPECT_EQ(requests.at(0).target, "/BrowserExt/setting?type=extension");
+  EXPECT_THAT(requests.at(1).query, ::testing::EndsWith("&type=wtp"));
+  EXPECT_EQ(logs(), std::vector<std::string>{"https://p.test/"});
+  serviceSays(R"({"results":[{}]})");  // no level anywhere: wtp_level 1, and no version
+  EXPECT_EQ(exchange("wtp_rating", kPage).at(0).userInfo,
+            Json::parse(R"({"results":{"url":"https://p.test/","id":9,"k":1},"wtp_level":1})"));
+  for (const char* empty : {R"({"results":[]})", R"({"results":[7]})", "{}"}) {
+    serviceSays(empty);
+    EXPECT_TRUE(exchange("wtp_rating", kPage).empty()) << empty;
+  }
+  exchange("wtp_rating", R"({"urls":[{"id":1}]})");
+  EXPECT_THAT(logs(), ::testing::Contains("(null)"));  // the first item's url, absent
+}
+
+TEST_F(WtpRatingTest, ToolbarOffOrFailedReloadStopsBeforeRating) {
+  for (int status : {200, 500}) {
+    setting.setBToolbarEnabled(true);
+    setting.setBManualScanEnabled(true);
+    serviceSays("{}", false, status);
+    service.clear();
+    EXPECT_TRUE(exchange("wtp_rating", kPage).empty());
+    EXPECT_EQ(service.requestCount(), 1u);
+    EXPECT_FALSE(setting.bToolbarEnabled() || setting.bManualScanEnabled());
+    EXPECT_EQ(setting.bAutoScanEnabled(), status == 200);
+  }
+}
+
+TEST_F(HandlerTest, ToolbarOffChangesNothingAndLogsNothing) {
+  setting.setBToolbarEnabled(false);
+  setting.veldrinConfigItem().setCurEmail("kept@mail.test");
+  for (const char* name : {"wtp_rating", "send_data", "vd_set_email", "vd_get_user_email", "vd_get_setting",
+                           "block_page", "vd_show_protect_promotion"})
+    send(name, R"({"urls":[{"url":"http://a/","id":1}],"email":7,"e":"x","i":1})");
+  settle();
+  EXPECT_TRUE(browser.messages.empty());
+  EXPECT_EQ(service.requestCount(), 0u);
+  EXPECT_TRUE(logs().empty());
+  EXPECT_EQ(setting.veldrinConfigItem().curEmail(), S("kept@mail.test"));
+}
+
+TEST_F(HandlerTest, MailAddressReports) {
+  const S a("a@m.test"), b("b@m.test");
+  const std::tuple<const char*, const char*, S> cases[] = {  // message, dictionary, the address after
+      {"vd_set_email", R"({"email":"b@m.test"})", b},   {"vd_set_email", R"({"email":"a@m.test"})", a},
+      {"vd_set_email", R"({"email":""})", S("")},       {"vd_set_email", "{}", std::nullopt},
+      {"vd_get_user_email", R"({"email":"b@m.test"})", b}, {"vd_get_user_email", R"({"email":""})", a},
+      {"vd_get_user_email", R"({"email":7})", std::nullopt}, {"vd_get_user_email", "{}", std::nullopt}};
+  for (auto [message, info, after] : cases) {
+    setting.veldrinConfigItem().setCurEmail(a);
+    auto answers = exchange(message, info);
+    EXPECT_EQ(setting.veldrinConfigItem().curEmail(), after) << message << info;
+    // vd_set_email is always answered, with no dictionary; the other never.
+    ASSERT_EQ(answers.size(), std::string(message) == "vd_set_email" ? 1u : 0u);
+    if (!answers.empty()) { EXPECT_FALSE(answers[0].userInfo); }
+  }
+  EXPECT_THAT(logs(), ::testing::ElementsAre("[SafariToolbar] safari background b@m.test",
+                                             "[SafariToolbar] safari background ",
+                                             "[SafariToolbar] vd_get_user_email return email is nil",
+                                             "[SafariToolbar] vd_get_user_email return email is nil"));
+}
+
+TEST_F(HandlerTest, BlockPageHandsTheRememberedAddressOutOnce) {
+  send("block_page", R"({"href":"https://block.test/?CODE=C3"})");  // the marker is case-sensitive
+  EXPECT_FALSE(handler.lastBlockUrl());
+  send("block_page", R"({"href":"https://block.test/?code=A1"})");
+  send("block_page", R"({"href":"https://block.test/?code=B2"})");  // the last one wins
+  EXPECT_TRUE(browser.messages.empty());
+  send("block_page", R"({"href":["code"]})");  // not a text: as if absent
+  ASSERT_EQ(browser.messages.size(), 1u);
+  EXPECT_EQ(browser.messages[0].name, "reload_block_page");
+  EXPECT_EQ(browser.messages[0].userInfo, Json::parse(R"({"href":"https://block.test/?code=B2"})"));
+  send("block_page");
+  EXPECT_EQ(browser.messages.size(), 1u);
+  EXPECT_EQ(logs().back(), "lastBlockUrl is nil");
+}
+
+}  // namespace
+}  // namespace wren::test
