@@ -19,7 +19,6 @@ constexpr long kMaxRedirects = 10;
 constexpr const char* kAllowedProtocols = "http,https";
 // The local service is always reached directly, whatever proxy is set.
 constexpr const char* kNeverProxied = "127.0.0.1,localhost";
-constexpr const char* kLogTagResponse = "Ajax response";
 
 std::string_view trimmed(std::string_view s) {
   while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
@@ -109,12 +108,11 @@ void deliverSuccess(AjaxRequest& request, const std::optional<Json>& body) {
       if (request.rawSuccess) request.rawSuccess(request.response, body, std::nullopt);
       return;
     case AjaxRequest::Kind::Get:
-      if (body && body->is_object())
-        Logging::logInfoWithTag(kLogTagResponse, body->dump(-1, ' ', false, Json::error_handler_t::replace));
-      break;
     case AjaxRequest::Kind::FormPost:
-      Logging::logInfoWithTag(kLogTagResponse,
-                              body ? body->dump(-1, ' ', false, Json::error_handler_t::replace) : "");
+      // Their answers are logged as "Ajax response" at info level, and info
+      // records are dropped unwritten (util/logging.h), so the body is not
+      // turned into text for one: for a rating answer that cost as much as
+      // decoding it.
       break;
   }
   if (request.success) request.success(request.response, body);
@@ -130,13 +128,17 @@ void complete(AjaxRequest& request, CURL* easy, CURLcode rc) {
   }
   request.response.statusCode = status;
   if (request.response.url.empty()) request.response.url = request.url;
-  std::optional<HttpResponse> answered;
-  if (status > 0) answered = request.response;
+  // Failures get the response only when the server answered; built only for
+  // them, so a success costs no copy of it.
+  auto answered = [&]() -> std::optional<HttpResponse> {
+    if (status > 0) return request.response;
+    return std::nullopt;
+  };
 
-  if (rc != CURLE_OK) return deliverFailure(request, answered, transportError(rc, request));
+  if (rc != CURLE_OK) return deliverFailure(request, answered(), transportError(rc, request));
   DecodedAnswer decoded =
       decodeAnswer(status, request.response.header("Content-Type"), request.responseBody, request.accepted);
-  if (decoded.error) return deliverFailure(request, answered, *decoded.error);
+  if (decoded.error) return deliverFailure(request, answered(), *decoded.error);
   deliverSuccess(request, decoded.body);
 }
 
