@@ -17,16 +17,20 @@ constexpr const char* kFormType = "application/x-www-form-urlencoded";
 
 // The caller's headers as they may go out: one per name (a later one wins),
 // unusable names dropped, values made safe.
-Headers sendableHeaders(const Headers& headers) {
-  Headers out;
-  for (const auto& [name, value] : mergeHeaders({}, headers)) {
-    if (!isSendableHeaderName(name)) {
+Headers sendableHeaders(Headers headers) {
+  Headers out = mergeHeaders({}, std::move(headers));
+  auto kept = out.begin();
+  for (auto& header : out) {
+    if (!isSendableHeaderName(header.first)) {
       Logging::logWarningWithTag(std::nullopt, "Ajax: dropped a request header with an unusable name: " +
-                                                   safeHeaderValue(name));
+                                                   safeHeaderValue(header.first));
       continue;
     }
-    out.emplace_back(name, safeHeaderValue(value));
+    if (needsHeaderEscaping(header.second)) header.second = safeHeaderValue(header.second);
+    if (&*kept != &header) *kept = std::move(header);
+    ++kept;
   }
+  out.erase(kept, out.end());
   return out;
 }
 
@@ -45,17 +49,17 @@ Ajax& Ajax::shared() {
   return ajax;
 }
 
-void Ajax::get(const std::string& url, const Headers& headers, const Json& parameters, AjaxSuccess success,
+void Ajax::get(const std::string& url, Headers headers, const Json& parameters, AjaxSuccess success,
                AjaxFailure failure) {
-  get(url, headers, std::nullopt, parameters, std::move(success), std::move(failure));
+  get(url, std::move(headers), std::nullopt, parameters, std::move(success), std::move(failure));
 }
 
-void Ajax::get(const std::string& url, const Headers& headers, const std::optional<std::string>& acceptContentType,
+void Ajax::get(const std::string& url, Headers headers, const std::optional<std::string>& acceptContentType,
                const Json& parameters, AjaxSuccess success, AjaxFailure failure) {
   auto request = std::make_shared<AjaxRequest>();
   request->kind = AjaxRequest::Kind::Get;
   request->url = appendQuery(url, parameters);
-  request->headers = sendableHeaders(headers);
+  request->headers = sendableHeaders(std::move(headers));
   request->accepted = {acceptContentType ? mediaType(*acceptContentType) : kJsonType};
   request->success = std::move(success);
   request->failure = std::move(failure);
@@ -83,14 +87,15 @@ void Ajax::post(const std::string& url, const Json& parameters, AjaxSuccess succ
   start(std::move(request));
 }
 
-void Ajax::post(const std::string& url, const Headers& headers, const std::string& body, RawCompletion success,
+void Ajax::post(const std::string& url, Headers headers, const std::string& body, RawCompletion success,
                 RawCompletion failure) {
   auto request = std::make_shared<AjaxRequest>();
   request->kind = AjaxRequest::Kind::RawPost;
   request->url = url;
   request->post = true;
   request->body = asciiWithSubstitutes(body);
-  request->headers = mergeHeaders({{"Content-Type", kJsonType}, {"Accept", kJsonType}}, sendableHeaders(headers));
+  request->headers =
+      mergeHeaders({{"Content-Type", kJsonType}, {"Accept", kJsonType}}, sendableHeaders(std::move(headers)));
   request->accepted = kDefaultJsonMediaTypes;
   request->timeoutOverride = options_.rawPostTimeoutSeconds;
   request->rawSuccess = std::move(success);

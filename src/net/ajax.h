@@ -60,11 +60,12 @@ class Ajax {
   // $WREN_CA_FILE.
   static Ajax& shared();
 
+  // Headers are taken by value: a caller that is done with its list moves it in.
   // GET, parameters in the query; accepts exactly "application/json".
-  void get(const std::string& url, const Headers& headers, const Json& parameters, AjaxSuccess success,
+  void get(const std::string& url, Headers headers, const Json& parameters, AjaxSuccess success,
            AjaxFailure failure);
   // GET accepting exactly `acceptContentType` ("application/json" when nullopt).
-  void get(const std::string& url, const Headers& headers, const std::optional<std::string>& acceptContentType,
+  void get(const std::string& url, Headers headers, const std::optional<std::string>& acceptContentType,
            const Json& parameters, AjaxSuccess success, AjaxFailure failure);
   // POST: JSON body to the data relay (accepting the JSON decoder's default
   // types), else a form body (accepting exactly "application/json").
@@ -72,7 +73,7 @@ class Ajax {
   // POST of the caller's text as ASCII ('?' for every other character), with
   // "Content-Type" and "Accept" "application/json" unless the caller's headers
   // replace them. Success when the transfer, status, type and body are good.
-  void post(const std::string& url, const Headers& headers, const std::string& body, RawCompletion success,
+  void post(const std::string& url, Headers headers, const std::string& body, RawCompletion success,
             RawCompletion failure);
 
  private:

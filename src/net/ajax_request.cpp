@@ -181,14 +181,27 @@ CURLcode configure(CURL* easy, AjaxRequest& request) {
   }
 
   bool callerSetExpect = false;
+  std::vector<size_t> starts;
+  starts.reserve(request.headers.size() + 1);
+  std::string line;
   for (const auto& [name, value] : request.headers) {
     if (strcasecmp(name.c_str(), "Expect") == 0) callerSetExpect = true;
-    request.headerList = curl_slist_append(request.headerList, curlHeaderLine(name, value).c_str());
+    writeCurlHeaderLine(line, name, value);
+    starts.push_back(request.headerLines.size());
+    request.headerLines.append(line).push_back('\0');
   }
   // libcurl would otherwise hold larger POST bodies back for a
   // "100-continue" that many small servers never send.
-  if (!callerSetExpect) request.headerList = curl_slist_append(request.headerList, "Expect:");
-  set(CURLOPT_HTTPHEADER, request.headerList);
+  if (!callerSetExpect) {
+    starts.push_back(request.headerLines.size());
+    request.headerLines.append("Expect:").push_back('\0');
+  }
+  request.headerNodes.resize(starts.size());
+  for (size_t i = 0; i < starts.size(); ++i) {
+    request.headerNodes[i].data = request.headerLines.data() + starts[i];
+    request.headerNodes[i].next = i + 1 < starts.size() ? &request.headerNodes[i + 1] : nullptr;
+  }
+  set(CURLOPT_HTTPHEADER, request.headerNodes.empty() ? nullptr : request.headerNodes.data());
   return set.first;
 }
 

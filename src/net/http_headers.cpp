@@ -2,6 +2,10 @@
 
 #include <strings.h>
 
+#include <cstdint>
+#include <type_traits>
+#include <vector>
+
 namespace wren {
 
 namespace {
@@ -18,9 +22,19 @@ std::optional<std::string> HttpResponse::header(std::string_view name) const {
   return std::nullopt;
 }
 
+bool needsHeaderEscaping(std::string_view value) {
+  // A plain loop: find_first_of with a set of three tests each byte three
+  // times through char_traits, and a rating sends sixty values.
+  for (char c : value)
+    if (c == '\r' || c == '\n' || c == '\0') return true;
+  return false;
+}
+
 std::string safeHeaderValue(std::string_view value) {
+  // Almost every value is clean: one scan, one copy.
+  if (!needsHeaderEscaping(value)) return std::string(value);
   std::string out;
-  out.reserve(value.size());
+  out.reserve(value.size() + 6);
   for (char c : value) {
     switch (c) {
       case '\r': out += "%0D"; break;
@@ -33,30 +47,108 @@ std::string safeHeaderValue(std::string_view value) {
 }
 
 bool isSendableHeaderName(std::string_view name) {
-  return !name.empty() && name.find_first_of(std::string_view("\r\n\0:", 4)) == std::string_view::npos;
+  if (name.empty()) return false;
+  for (char c : name)
+    if (c == '\r' || c == '\n' || c == '\0' || c == ':') return false;
+  return true;
 }
 
-Headers mergeHeaders(Headers base, const Headers& overrides) {
-  for (const auto& [name, value] : overrides) {
-    bool replaced = false;
-    for (auto& entry : base) {
-      if (sameName(entry.first, name)) {
-        entry = {name, value};
-        replaced = true;
-        break;
-      }
-    }
-    if (!replaced) base.emplace_back(name, value);
+namespace {
+
+// Lists up to this long are merged by comparing every pair; longer ones (a
+// rating sends sixty headers) look names up in a small hash table instead.
+constexpr size_t kPairwiseMergeLimit = 8;
+
+uint32_t nameHash(std::string_view name) {  // FNV-1a over the lower-cased name
+  uint32_t h = 2166136261u;
+  for (char c : name) {
+    h ^= static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    h *= 16777619u;
   }
+  return h;
+}
+
+// Applies overrides to base in order (see mergeHeaders); Entry is a const or
+// a movable header.
+template <typename Overrides>
+void mergeInto(Headers& base, Overrides&& overrides) {
+  auto take = [](auto&& entry) -> decltype(auto) {
+    if constexpr (std::is_const_v<std::remove_reference_t<Overrides>>) {
+      return static_cast<const std::pair<std::string, std::string>&>(entry);
+    } else {
+      return std::move(entry);
+    }
+  };
+  if (base.size() + overrides.size() <= kPairwiseMergeLimit) {
+    for (auto& override : overrides) {
+      bool replaced = false;
+      for (auto& entry : base) {
+        if (sameName(entry.first, override.first)) {
+          entry = take(override);
+          replaced = true;
+          break;
+        }
+      }
+      if (!replaced) base.push_back(take(override));
+    }
+    return;
+  }
+  // Open addressing: each slot holds (hash, index + 1) of the first entry of
+  // a name; 0 marks an empty slot. At most half full, so probes stay short.
+  size_t capacity = 16;
+  while (capacity < 2 * (base.size() + overrides.size())) capacity *= 2;
+  std::vector<std::pair<uint32_t, uint32_t>> slots(capacity);
+  // The slot of `name`: the one holding it, or the empty one where it goes.
+  auto slotOf = [&](std::string_view name, uint32_t hash) -> std::pair<uint32_t, uint32_t>& {
+    for (size_t i = hash & (capacity - 1);; i = (i + 1) & (capacity - 1)) {
+      auto& slot = slots[i];
+      if (slot.second == 0 || (slot.first == hash && sameName(base[slot.second - 1].first, name))) return slot;
+    }
+  };
+  base.reserve(base.size() + overrides.size());
+  for (size_t i = 0; i < base.size(); ++i) {
+    uint32_t hash = nameHash(base[i].first);
+    auto& slot = slotOf(base[i].first, hash);
+    if (slot.second == 0) slot = {hash, static_cast<uint32_t>(i + 1)};  // the first of a name is the one replaced
+  }
+  for (auto& override : overrides) {
+    uint32_t hash = nameHash(override.first);
+    auto& slot = slotOf(override.first, hash);
+    if (slot.second != 0) {
+      base[slot.second - 1] = take(override);
+    } else {
+      base.push_back(take(override));
+      slot = {hash, static_cast<uint32_t>(base.size())};
+    }
+  }
+}
+
+}  // namespace
+
+Headers mergeHeaders(Headers base, const Headers& overrides) {
+  mergeInto(base, overrides);
+  return base;
+}
+
+Headers mergeHeaders(Headers base, Headers&& overrides) {
+  mergeInto(base, overrides);
   return base;
 }
 
 std::string curlHeaderLine(std::string_view name, std::string_view value) {
-  std::string line(name);
-  if (value.empty()) return line + ";";
+  std::string line;
+  writeCurlHeaderLine(line, name, value);
+  return line;
+}
+
+void writeCurlHeaderLine(std::string& line, std::string_view name, std::string_view value) {
+  line.assign(name);
+  if (value.empty()) {
+    line += ';';
+    return;
+  }
   line += ": ";
   line += value;
-  return line;
 }
 
 }  // namespace wren

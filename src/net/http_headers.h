@@ -11,14 +11,21 @@ namespace wren {
 // A header value with CR, LF and NUL percent-encoded, so page data can never
 // inject a header line.
 std::string safeHeaderValue(std::string_view value);
+// Whether safeHeaderValue would change the value.
+bool needsHeaderEscaping(std::string_view value);
 // A name that can stand before ": " on its own line: not empty, no CR, LF,
 // NUL or ':'.
 bool isSendableHeaderName(std::string_view name);
 // `base` with every header of `overrides` applied in order: one of the same
 // name (case-insensitive) is replaced where it stands, others are appended.
 Headers mergeHeaders(Headers base, const Headers& overrides);
+// The same, moving the overriding strings instead of copying them.
+Headers mergeHeaders(Headers base, Headers&& overrides);
 // The line libcurl sends for (name, value): "Name: value", or "Name;" for an
 // empty value (libcurl would drop "Name:" instead of sending it empty).
 std::string curlHeaderLine(std::string_view name, std::string_view value);
+// The same line written into `line` (replacing what it held), so one buffer
+// serves a whole list.
+void writeCurlHeaderLine(std::string& line, std::string_view name, std::string_view value);
 
 }  // namespace wren
