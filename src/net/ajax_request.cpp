@@ -208,7 +208,7 @@ CURLcode configure(CURL* easy, AjaxRequest& request) {
 }  // namespace
 
 void launchRequest(RunLoop& loop, const std::shared_ptr<AjaxRequest>& request) {
-  CURL* easy = curl_easy_init();
+  CURL* easy = loop.takeEasyHandle();
   CURLcode rc = easy ? configure(easy, *request) : CURLE_FAILED_INIT;
   if (rc != CURLE_OK) {
     if (easy) curl_easy_cleanup(easy);

@@ -44,6 +44,8 @@ RunLoop::~RunLoop() {
     curl_easy_cleanup(easy);
   }
   transfers.clear();
+  for (CURL* easy : idleEasy_) curl_easy_cleanup(easy);
+  idleEasy_.clear();
   if (multi_) multiOk(curl_multi_cleanup(multi_), "curl_multi_cleanup");
 }
 
@@ -110,6 +112,25 @@ void RunLoop::addTransfer(CURL* easy, std::function<void(CURLcode)> done) {
     return;
   }
   transfers_[easy] = std::move(done);
+}
+
+CURL* RunLoop::takeEasyHandle() {
+  assert(isLoopThread());
+  if (idleEasy_.empty()) return curl_easy_init();
+  CURL* easy = idleEasy_.back();
+  idleEasy_.pop_back();
+  return easy;
+}
+
+void RunLoop::recycle(CURL* easy) {
+  if (idleEasy_.size() >= kMaxIdleEasyHandles) {
+    curl_easy_cleanup(easy);
+    return;
+  }
+  // Back to libcurl's defaults: nothing of the finished request (options,
+  // header list, callbacks, error buffer) carries over to the next one.
+  curl_easy_reset(easy);
+  idleEasy_.push_back(easy);
 }
 
 int RunLoop::waitMs(int maxWaitMs) {
@@ -181,9 +202,9 @@ void RunLoop::finishTransfers() {
     auto done = std::move(it->second);
     transfers_.erase(it);
     if (done) done(result);
-    curl_easy_cleanup(easy);
+    recycle(easy);
     // `done` may own state the easy handle pointed at (error buffer,
-    // header list); it goes only now, after the handle.
+    // header list); it goes only now, after the handle let go of it.
     done = nullptr;
   }
 }

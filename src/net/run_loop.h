@@ -4,8 +4,8 @@
 // driven from here with curl_multi_poll; post() and quit() wake it with
 // curl_multi_wakeup, so nothing ever blocks the loop on the network.
 //
-// Owns the multi handle and every easy handle given to addTransfer() until
-// that transfer's completion has run.
+// Owns the multi handle, every easy handle given to addTransfer() until that
+// transfer's completion has run, and the finished handles kept for reuse.
 //
 // post() and quit() are safe from any thread; everything else runs on the
 // loop's thread (the thread that created the loop until run() is called).
@@ -61,6 +61,12 @@ class RunLoop {
   // the transfer, `done` still runs (with CURLE_FAILED_INIT) in a later turn.
   void addTransfer(CURL* easy, std::function<void(CURLcode)> done);
 
+  // An easy handle for addTransfer(): one of an earlier, finished transfer,
+  // reset to libcurl's defaults, when there is one, else a new one (nullptr
+  // when libcurl cannot make one). Reuse spares a transfer the handle's
+  // allocation and its download buffer. Loop thread only.
+  CURL* takeEasyHandle();
+
   // The multi handle, shared by every transfer so connections are reused.
   CURLM* multi() const { return multi_; }
 
@@ -68,11 +74,17 @@ class RunLoop {
   // The longest a turn sleeps with nothing due: a safety net only, every
   // event that matters wakes the poll itself.
   static constexpr int kMaxWaitMs = 1000;
+  // Finished easy handles kept for reuse. Enough for the transfers a busy
+  // browser keeps in flight; a burst beyond it frees its extra handles, so
+  // the memory they hold does not stay.
+  static constexpr size_t kMaxIdleEasyHandles = 64;
 
   void turn(int maxWaitMs);
   void runPosted();
   int runTimers();  // returns ms until the next timer, or -1
   void finishTransfers();
+  // Resets a finished handle and keeps it, or cleans it up past the bound.
+  void recycle(CURL* easy);
   int waitMs(int maxWaitMs);
 
   CURLM* multi_ = nullptr;
@@ -83,6 +95,7 @@ class RunLoop {
   TimerId nextTimer_ = 1;
   std::multimap<std::chrono::steady_clock::time_point, std::pair<TimerId, Task>> timers_;
   std::unordered_map<CURL*, std::function<void(CURLcode)>> transfers_;
+  std::vector<CURL*> idleEasy_;
 };
 
 }  // namespace wren
