@@ -188,13 +188,23 @@ int runNativeMessagingHost() {
   sigaddset(&stopSignals, SIGINT);
   pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
+  // The extension acts on hello (it validates the toolbar once the host says
+  // hello), so it goes out before the set-up below (libcurl and TLS,
+  // settings, string tables). Nothing else is ever written before it, and
+  // frames the browser sends meanwhile wait in the pipe.
+  if (!writeFrame(outFd, serializeFrame(helloFrame(kVersion)))) {
+    systemLog("[wren-bridge] cannot write to the browser; closing");
+    Logging::flush();
+    ::close(outFd);
+    return 0;
+  }
+
   RunLoop& loop = RunLoop::main();
   Ajax& ajax = Ajax::shared();
   Setting& setting = Setting::sharedInstance();
   WrenBrowserExtServer& server = WrenBrowserExtServer::sharedInstance();
   SafariExtensionViewController& popover = SafariExtensionViewController::sharedController();
   NativeHost host(loop, outFd, ajax, setting, server, popover, [&loop] { loop.quit(); });
-  host.sendHello();
 
   std::atomic<bool> stopping{false};
   std::thread signals([&loop, &stopping, stopSignals] {
