@@ -3,11 +3,11 @@
 #include "host/install.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 namespace wren {
@@ -15,21 +15,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string readText(const fs::path& file) {
-  std::ifstream in(file);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+std::string readText(const fs::path& file) { std::ifstream in(file); return {std::istreambuf_iterator<char>(in), {}}; }
 
 void writeText(const fs::path& file, const std::string& text) {
   fs::create_directories(file.parent_path());
   std::ofstream(file) << text;
 }
 
-bool contains(const std::string& haystack, const std::string& needle) {
-  return haystack.find(needle) != std::string::npos;
-}
+const std::string kDevOrigin = "chrome-extension://" + std::string(kDevelopmentExtensionId) + "/",
+                  kFirefoxId(kFirefoxExtensionId);
 
 class InstallTest : public ::testing::Test {
  protected:
@@ -37,12 +31,8 @@ class InstallTest : public ::testing::Test {
     char tmpl[] = "/tmp/wren-install-test-XXXXXX";
     ASSERT_NE(::mkdtemp(tmpl), nullptr);
     root_ = tmpl;
-    env_.home = root_ / "home";
-    env_.configHome = root_ / "home/.config";
-    env_.systemRoot = root_ / "sysroot";
-    env_.executable = fs::canonical(WREN_BRIDGE_EXE);
-    env_.out = &out_;
-    env_.err = &err_;
+    env_ = {.home = root_ / "home", .configHome = root_ / "home/.config", .executable = fs::canonical(WREN_BRIDGE_EXE),
+            .systemRoot = root_ / "sysroot", .out = &out_, .err = &err_};
     fs::create_directories(env_.home);
   }
   void TearDown() override { fs::remove_all(root_); }
@@ -51,113 +41,86 @@ class InstallTest : public ::testing::Test {
   int uninstall(const std::vector<std::string>& args) { return runUninstallCommand(args, env_); }
   Json manifestAt(const fs::path& file) { return Json::parse(readText(file)); }
   fs::path userManifest(std::string_view dir) {
-    const fs::path base = dir.starts_with(".mozilla") ? env_.home : env_.configHome;
-    return base / dir / "com.wren.bridge.json";
+    return (dir.starts_with(".mozilla") ? env_.home : env_.configHome) / dir / "com.wren.bridge.json";
   }
+  // The doctor's verdict and its lines, one text.
+  std::pair<bool, std::string> doctor(const std::vector<std::string>& args) {
+    DoctorBrowserReport report = doctorBrowserReport(args, env_);
+    std::string all;
+    for (const auto& line : report.lines) all += line + "\n";
+    return {report.ok, all};
+  }
+  bool said(const std::string& text) { return out_.str().find(text) != std::string::npos; }
 
   fs::path root_;
   InstallEnvironment env_;
   std::ostringstream out_, err_;
 };
 
-const std::string kDevOrigin = "chrome-extension://" + std::string(kDevelopmentExtensionId) + "/";
-
 TEST_F(InstallTest, WritesTheManifestOfEveryBrowserForTheUser) {
   ASSERT_EQ(install({}), 0) << err_.str();
-  struct Case {
-    const char* dir;
-    const char* idsKey;
-    std::string id;
-  } cases[] = {
-      {"chromium/NativeMessagingHosts", "allowed_origins", kDevOrigin},
-      {"google-chrome/NativeMessagingHosts", "allowed_origins", kDevOrigin},
-      {"microsoft-edge/NativeMessagingHosts", "allowed_origins", kDevOrigin},
-      {"BraveSoftware/Brave-Browser/NativeMessagingHosts", "allowed_origins", kDevOrigin},
-      {"vivaldi/NativeMessagingHosts", "allowed_origins", kDevOrigin},
-      {".mozilla/native-messaging-hosts", "allowed_extensions", std::string(kFirefoxExtensionId)},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.dir);
-    const fs::path file = userManifest(c.dir);
+  for (const char* dir : {"chromium/NativeMessagingHosts", "google-chrome/NativeMessagingHosts",
+                          "microsoft-edge/NativeMessagingHosts", "BraveSoftware/Brave-Browser/NativeMessagingHosts",
+                          "vivaldi/NativeMessagingHosts", ".mozilla/native-messaging-hosts"}) {
+    SCOPED_TRACE(dir);
+    const fs::path file = userManifest(dir);
     ASSERT_TRUE(fs::exists(file));
-    Json m = manifestAt(file);
-    EXPECT_EQ(m["name"], "com.wren.bridge");
-    EXPECT_EQ(m["type"], "stdio");
-    EXPECT_EQ(m["path"], env_.executable.string());
-    EXPECT_TRUE(m["description"].is_string());
-    EXPECT_EQ(m[c.idsKey], Json::array({c.id}));
+    const bool firefox = std::string_view(dir).starts_with(".mozilla");
+    Json m = manifestAt(file), expected = {{"name", "com.wren.bridge"}, {"type", "stdio"}};
+    expected["path"] = env_.executable.string();
+    expected[firefox ? "allowed_extensions" : "allowed_origins"] = Json::array({firefox ? kFirefoxId : kDevOrigin});
     EXPECT_EQ(m.size(), 5u);
+    EXPECT_TRUE(m["description"].is_string());
+    for (const auto& [key, value] : expected.items()) EXPECT_EQ(m[key], value) << key;
     EXPECT_EQ(fs::status(file).permissions() & fs::perms::all, fs::perms(0644));
-    EXPECT_TRUE(contains(out_.str(), "wrote " + file.string()));
+    EXPECT_TRUE(said("wrote " + file.string()));
   }
 }
 
-TEST_F(InstallTest, InstallingAgainChangesNothingAndLeavesNoTemporaryFile) {
-  ASSERT_EQ(install({"--browser", "chromium"}), 0);
-  const fs::path file = userManifest("chromium/NativeMessagingHosts");
-  const std::string first = readText(file);
-  out_.str("");
-  ASSERT_EQ(install({"--browser", "chromium"}), 0);
-  EXPECT_EQ(readText(file), first);
-  EXPECT_TRUE(contains(out_.str(), "up to date")) << out_.str();
-  size_t entries = 0;
-  for (const auto& entry : fs::directory_iterator(file.parent_path())) {
-    (void)entry;
-    ++entries;
-  }
-  EXPECT_EQ(entries, 1u);
-  EXPECT_FALSE(fs::exists(userManifest(".mozilla/native-messaging-hosts")));
-}
-
-TEST_F(InstallTest, ReplacesAManifestThatPointsElsewhere) {
+TEST_F(InstallTest, InstallingAgainChangesNothingAndReplacesAManifestThatPointsElsewhere) {
   const fs::path file = userManifest("chromium/NativeMessagingHosts");
   writeText(file, R"({"name":"com.wren.bridge","path":"/old/wren-bridge"})");
   ASSERT_EQ(install({"--browser=chromium"}), 0);
   EXPECT_EQ(manifestAt(file)["path"], env_.executable.string());
+  const std::string first = readText(file);
+  out_.str("");
+  ASSERT_EQ(install({"--browser", "chromium"}), 0);
+  EXPECT_EQ(readText(file), first);
+  EXPECT_TRUE(said("up to date")) << out_.str();
+  EXPECT_EQ(std::distance(fs::directory_iterator(file.parent_path()), fs::directory_iterator()), 1)
+      << "no temporary file left behind";
+  EXPECT_FALSE(fs::exists(userManifest(".mozilla/native-messaging-hosts")));
 }
 
-TEST_F(InstallTest, ProfileInstallGoesIntoTheProfileOnly) {
+TEST_F(InstallTest, ProfileInstallGoesIntoTheProfileOnlyAndIdsToTheirFamily) {
   const fs::path profile = root_ / "profile";
   ASSERT_EQ(install({"--user-data-dir", profile.string()}), 0) << err_.str();
-  const fs::path file = profile / "NativeMessagingHosts/com.wren.bridge.json";
-  EXPECT_EQ(manifestAt(file)["allowed_origins"], Json::array({kDevOrigin}));
+  const Json inProfile = manifestAt(profile / "NativeMessagingHosts/com.wren.bridge.json");
+  EXPECT_EQ(inProfile["allowed_origins"], Json::array({kDevOrigin}));
   EXPECT_FALSE(fs::exists(env_.configHome));
   EXPECT_FALSE(fs::exists(env_.home / ".mozilla"));
-}
 
-TEST_F(InstallTest, ExtensionIdsGoToTheFamilyTheyBelongTo) {
   const std::string other = "abcdefghijklmnopabcdefghijklmnop";
-  ASSERT_EQ(install({"--extension-id", other, "--extension-id", "chrome-extension://" + std::string(kDevelopmentExtensionId) + "/",
-                     "--extension-id", other}),
-            0)
-      << err_.str();
+  ASSERT_EQ(install({"--extension-id", other, "--extension-id", kDevOrigin, "--extension-id", other}), 0) << err_.str();
   EXPECT_EQ(manifestAt(userManifest("chromium/NativeMessagingHosts"))["allowed_origins"],
             Json::array({"chrome-extension://" + other + "/", kDevOrigin}));
   // No Firefox id given: Firefox keeps the Wren add-on's own.
   EXPECT_EQ(manifestAt(userManifest(".mozilla/native-messaging-hosts"))["allowed_extensions"],
-            Json::array({std::string(kFirefoxExtensionId)}));
-
+            Json::array({kFirefoxId}));
   ASSERT_EQ(install({"--browser", "firefox", "--extension-id", "{12345678-1234-1234-1234-123456789abc}"}), 0);
   EXPECT_EQ(manifestAt(userManifest(".mozilla/native-messaging-hosts"))["allowed_extensions"],
             Json::array({"{12345678-1234-1234-1234-123456789abc}"}));
 }
 
 TEST_F(InstallTest, BadArgumentsWriteNothing) {
-  const std::vector<std::vector<std::string>> cases = {
-      {"--frobnicate"},
-      {"--browser", "netscape"},
-      {"--browser"},
-      {"--extension-id", "ABCDEFGHIJKLMNOPABCDEFGHIJKLMNOP"},
-      {"--extension-id", "not an id"},
-      {"--system", "--user-data-dir", "/tmp/x"},
-      {"--user-data-dir", "/tmp/x", "--browser", "firefox"},
-      {"--user-data-dir="},
-  };
-  for (const auto& args : cases) {
+  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+           {"--frobnicate"}, {"--browser", "netscape"}, {"--browser"}, {"--extension-id", "not an id"},
+           {"--extension-id", "ABCDEFGHIJKLMNOPABCDEFGHIJKLMNOP"}, {"--system", "--user-data-dir", "/tmp/x"},
+           {"--user-data-dir", "/tmp/x", "--browser", "firefox"}, {"--user-data-dir="}}) {
     SCOPED_TRACE(args[0] + (args.size() > 1 ? " " + args[1] : ""));
     err_.str("");
     EXPECT_EQ(install(args), 2);
-    EXPECT_TRUE(contains(err_.str(), "Usage:"));
+    EXPECT_NE(err_.str().find("Usage:"), std::string::npos);
   }
   EXPECT_FALSE(fs::exists(env_.configHome));
   EXPECT_FALSE(fs::exists(env_.home / ".mozilla"));
@@ -166,19 +129,17 @@ TEST_F(InstallTest, BadArgumentsWriteNothing) {
 TEST_F(InstallTest, SystemInstallUsesTheSystemLocationsAndNamesTheBrowsersWithoutOne) {
   ASSERT_EQ(install({"--system"}), 0) << err_.str();
   for (const char* dir : {"etc/chromium/native-messaging-hosts", "etc/opt/chrome/native-messaging-hosts",
-                          "etc/opt/edge/native-messaging-hosts", "usr/lib/mozilla/native-messaging-hosts"}) {
+                          "etc/opt/edge/native-messaging-hosts", "usr/lib/mozilla/native-messaging-hosts"})
     EXPECT_TRUE(fs::exists(env_.systemRoot / dir / "com.wren.bridge.json")) << dir;
-  }
-  EXPECT_TRUE(contains(out_.str(), "Brave: no system-wide location")) << out_.str();
-  EXPECT_TRUE(contains(out_.str(), "Vivaldi: no system-wide location"));
+  EXPECT_TRUE(said("Brave: no system-wide location")) << out_.str();
+  EXPECT_TRUE(said("Vivaldi: no system-wide location"));
   EXPECT_FALSE(fs::exists(env_.configHome));
 }
 
-TEST_F(InstallTest, ALocationThatCannotBeWrittenFailsTheCommand) {
+TEST_F(InstallTest, ALocationThatCannotBeWrittenFailsTheCommandButNotTheOtherBrowsers) {
   writeText(env_.configHome / "chromium", "a file where a folder belongs");
   EXPECT_EQ(install({"--browser", "chromium", "--browser", "firefox"}), 1);
-  EXPECT_TRUE(contains(err_.str(), "Chromium: cannot write")) << err_.str();
-  // The other browser is still registered.
+  EXPECT_NE(err_.str().find("Chromium: cannot write"), std::string::npos) << err_.str();
   EXPECT_TRUE(fs::exists(userManifest(".mozilla/native-messaging-hosts")));
 }
 
@@ -189,61 +150,48 @@ TEST_F(InstallTest, UninstallRemovesWhatInstallWrote) {
   EXPECT_FALSE(fs::exists(userManifest(".mozilla/native-messaging-hosts")));
   out_.str("");
   EXPECT_EQ(uninstall({"--browser", "chrome"}), 0);
-  EXPECT_TRUE(contains(out_.str(), "not registered")) << out_.str();
+  EXPECT_TRUE(said("not registered")) << out_.str();
   EXPECT_EQ(uninstall({"--extension-id", std::string(kDevelopmentExtensionId)}), 2);
 }
 
 TEST_F(InstallTest, DoctorRunsARoundTripWithTheRegisteredHost) {
-  DoctorBrowserReport none = doctorBrowserReport({}, env_);
-  EXPECT_FALSE(none.ok);
-  ASSERT_FALSE(none.lines.empty());
-  EXPECT_TRUE(contains(none.lines.back(), "wren-bridge install"));
+  auto [ok, text] = doctor({});
+  EXPECT_FALSE(ok);
+  EXPECT_NE(text.find("wren-bridge install"), std::string::npos) << text;
 
   ASSERT_EQ(install({"--browser", "chromium"}), 0);
-  DoctorBrowserReport report = doctorBrowserReport({"--browser", "chromium"}, env_);
-  std::string all;
-  for (const auto& line : report.lines) all += line + "\n";
-  EXPECT_TRUE(report.ok) << all;
-  EXPECT_TRUE(contains(all, "Chromium: registered")) << all;
-  EXPECT_TRUE(contains(all, "round trip: hello from version ")) << all;
-  EXPECT_TRUE(contains(all, "exited 0 when stdin closed")) << all;
-  EXPECT_TRUE(contains(all, "Chromium (system): not registered")) << all;
+  std::tie(ok, text) = doctor({"--browser", "chromium"});
+  EXPECT_TRUE(ok) << text;
+  for (const char* line : {"Chromium: registered", "round trip: hello from version ", "exited 0 when stdin closed",
+                           "Chromium (system): not registered"})
+    EXPECT_NE(text.find(line), std::string::npos) << text;
 }
 
 TEST_F(InstallTest, DoctorNamesWhatIsWrongWithAManifest) {
   const fs::path profile = root_ / "profile";
-  const fs::path file = profile / "NativeMessagingHosts/com.wren.bridge.json";
   const fs::path plainFile = root_ / "not-executable";
   writeText(plainFile, "");
-  const std::string exe = env_.executable.string();
-  struct Case {
-    std::string manifest;
-    std::string problem;
-  } cases[] = {
-      {"{not json", "not valid JSON"},
-      {R"({"name":"com.wren.bridge","type":"stdio","path":"wren-bridge","allowed_origins":[")" + kDevOrigin + "\"]}",
-       "\"path\" is not an absolute path"},
-      {R"({"name":"com.wren.bridge","type":"stdio","path":")" + exe + R"(","allowed_origins":["chrome-extension://)" +
-           std::string(kDevelopmentExtensionId) + "\"]}",
-       "bad entry in \"allowed_origins\""},
-      {R"({"name":"com.wren.bridge","type":"stdio","path":")" + exe + R"("})", "no \"allowed_origins\""},
-      {R"({"name":"com.Wren.Bridge","type":"stdio","path":")" + exe + R"(","allowed_origins":[")" + kDevOrigin + "\"]}",
-       "\"name\" is not"},
-      {R"({"name":"com.wren.bridge","type":"stdio","path":")" + plainFile.string() +
-           R"(","allowed_origins":[")" + kDevOrigin + "\"]}",
-       "is not an executable file"},
-      // An executable that is not a host: no hello.
-      {R"({"name":"com.wren.bridge","type":"stdio","path":"/bin/true","allowed_origins":[")" + kDevOrigin + "\"]}",
-       "no hello frame"},
+  auto manifest = [](const std::string& name, const std::string& path, const std::string& origins) {
+    return R"({"name":")" + name + R"(","type":"stdio","path":")" + path + "\"" + origins + "}";
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.manifest);
-    writeText(file, c.manifest);
-    DoctorBrowserReport report = doctorBrowserReport({"--user-data-dir", profile.string()}, env_);
-    std::string all;
-    for (const auto& line : report.lines) all += line + "\n";
-    EXPECT_FALSE(report.ok);
-    EXPECT_TRUE(contains(all, c.problem)) << all;
+  const std::string exe = env_.executable.string(), good = R"(,"allowed_origins":[")" + kDevOrigin + "\"]";
+  const std::pair<std::string, std::string> cases[] = {
+      {"{not json", "not valid JSON"},
+      {manifest("com.wren.bridge", "wren-bridge", good), "\"path\" is not an absolute path"},
+      {manifest("com.wren.bridge", exe, R"(,"allowed_origins":["chrome-extension://)" +
+                                            std::string(kDevelopmentExtensionId) + "\"]"),
+       "bad entry in \"allowed_origins\""},
+      {manifest("com.wren.bridge", exe, ""), "no \"allowed_origins\""},
+      {manifest("com.Wren.Bridge", exe, good), "\"name\" is not"},
+      {manifest("com.wren.bridge", plainFile.string(), good), "is not an executable file"},
+      {manifest("com.wren.bridge", "/bin/true", good), "no hello frame"},  // an executable that is not a host
+  };
+  for (const auto& [text, problem] : cases) {
+    SCOPED_TRACE(text);
+    writeText(profile / "NativeMessagingHosts/com.wren.bridge.json", text);
+    auto [ok, lines] = doctor({"--user-data-dir", profile.string()});
+    EXPECT_FALSE(ok);
+    EXPECT_NE(lines.find(problem), std::string::npos) << lines;
   }
 }
 

@@ -14,49 +14,45 @@ extern char** environ;
 
 namespace wren::test {
 
+using Clock = std::chrono::steady_clock;
+
+static int msLeft(Clock::time_point deadline) {
+  return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count());
+}
+
+// Pointers into `strings` for argv and envp, ending with null.
+static std::vector<char*> pointers(std::vector<std::string>& strings) {
+  std::vector<char*> out;
+  for (auto& s : strings) out.push_back(s.data());
+  out.push_back(nullptr);
+  return out;
+}
+
 HostProcess::HostProcess(const std::string& exe, const std::vector<std::string>& args,
                          const std::map<std::string, std::string>& env) {
-  int inPipe[2], outPipe[2], errPipe[2];
-  if (pipe2(inPipe, O_CLOEXEC) || pipe2(outPipe, O_CLOEXEC) || pipe2(errPipe, O_CLOEXEC))
-    throw std::runtime_error("pipe failed");
-  std::vector<std::string> argStore{exe};
+  int pipes[3][2];  // the child's stdin, stdout and stderr; it reads end 0 of the first, writes end 1 of the others
+  for (auto& p : pipes)
+    if (pipe2(p, O_CLOEXEC)) throw std::runtime_error("pipe failed");
+  std::vector<std::string> argStore{exe}, envStore;
   argStore.insert(argStore.end(), args.begin(), args.end());
-  std::vector<char*> argv;
-  for (auto& a : argStore) argv.push_back(a.data());
-  argv.push_back(nullptr);
-
-  std::map<std::string, std::string> merged;
   for (char** e = environ; *e; ++e) {
-    std::string kv(*e);
-    auto eq = kv.find('=');
-    if (eq != std::string::npos) merged[kv.substr(0, eq)] = kv.substr(eq + 1);
+    const std::string kv(*e);
+    if (!env.count(kv.substr(0, kv.find('=')))) envStore.push_back(kv);
   }
-  for (const auto& [k, v] : env) merged[k] = v;
-  std::vector<std::string> envStore;
-  for (const auto& [k, v] : merged) envStore.push_back(k + "=" + v);
-  std::vector<char*> envp;
-  for (auto& e : envStore) envp.push_back(e.data());
-  envp.push_back(nullptr);
+  for (const auto& [k, v] : env) envStore.push_back(k + "=" + v);
+  auto argv = pointers(argStore), envp = pointers(envStore);
 
   posix_spawn_file_actions_t fa;
   posix_spawn_file_actions_init(&fa);
-  posix_spawn_file_actions_adddup2(&fa, inPipe[0], 0);
-  posix_spawn_file_actions_adddup2(&fa, outPipe[1], 1);
-  posix_spawn_file_actions_adddup2(&fa, errPipe[1], 2);
+  for (int fd = 0; fd < 3; ++fd) posix_spawn_file_actions_adddup2(&fa, pipes[fd][fd > 0], fd);
   int rc = posix_spawn(&pid_, exe.c_str(), &fa, nullptr, argv.data(), envp.data());
   posix_spawn_file_actions_destroy(&fa);
-  ::close(inPipe[0]);
-  ::close(outPipe[1]);
-  ::close(errPipe[1]);
+  for (int fd = 0; fd < 3; ++fd) ::close(pipes[fd][fd > 0]);
   if (rc != 0) throw std::runtime_error("spawn failed: " + std::string(strerror(rc)));
-  in_ = inPipe[1];
-  out_ = outPipe[0];
-  err_ = errPipe[0];
+  in_ = pipes[0][1], out_ = pipes[1][0], err_ = pipes[2][0];
   errReader_ = std::thread([this] {
     char buf[4096];
-    for (;;) {
-      ssize_t n = ::read(err_, buf, sizeof buf);
-      if (n <= 0) return;
+    for (ssize_t n; (n = ::read(err_, buf, sizeof buf)) > 0;) {
       std::lock_guard lock(mutex_);
       errText_.append(buf, static_cast<size_t>(n));
     }
@@ -67,18 +63,15 @@ HostProcess::~HostProcess() {
   closeStdin();
   if (exitStatus_ == -2) wait(std::chrono::seconds(5));
   if (errReader_.joinable()) errReader_.join();
-  if (out_ >= 0) ::close(out_);
-  if (err_ >= 0) ::close(err_);
+  ::close(out_);
+  ::close(err_);
 }
 
 void HostProcess::sendRaw(const std::string& bytes) {
-  size_t off = 0;
-  while (off < bytes.size()) {
+  for (size_t off = 0; off < bytes.size();) {
     ssize_t w = ::write(in_, bytes.data() + off, bytes.size() - off);
-    if (w <= 0) {
-      if (w < 0 && errno == EINTR) continue;
-      return;
-    }
+    if (w < 0 && errno == EINTR) continue;
+    if (w <= 0) return;
     off += static_cast<size_t>(w);
   }
 }
@@ -89,14 +82,11 @@ void HostProcess::send(const OJson& frame) {
   sendRaw(std::string(reinterpret_cast<const char*>(&len), sizeof len) + payload);
 }
 
-bool HostProcess::readExactly(char* buf, size_t n, std::chrono::steady_clock::time_point deadline) {
-  size_t got = 0;
-  while (got < n) {
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    if (left.count() <= 0) return false;
+bool HostProcess::readExactly(char* buf, size_t n, Clock::time_point deadline) {
+  for (size_t got = 0; got < n;) {
     pollfd p{out_, POLLIN, 0};
-    int r = ::poll(&p, 1, static_cast<int>(left.count()));
-    if (r <= 0) continue;
+    if (msLeft(deadline) <= 0) return false;
+    if (::poll(&p, 1, msLeft(deadline)) <= 0) continue;
     ssize_t k = ::read(out_, buf + got, n - got);
     if (k <= 0) return false;
     got += static_cast<size_t>(k);
@@ -105,7 +95,7 @@ bool HostProcess::readExactly(char* buf, size_t n, std::chrono::steady_clock::ti
 }
 
 std::optional<OJson> HostProcess::readFrame(std::chrono::milliseconds timeout) {
-  auto deadline = std::chrono::steady_clock::now() + timeout;
+  auto deadline = Clock::now() + timeout;
   uint32_t len;
   if (!readExactly(reinterpret_cast<char*>(&len), sizeof len, deadline)) return std::nullopt;
   std::string payload(len, '\0');
@@ -117,67 +107,52 @@ std::optional<OJson> HostProcess::readFrame(std::chrono::milliseconds timeout) {
 
 std::optional<OJson> HostProcess::readFrameWhere(const std::function<bool(const OJson&)>& pred,
                                                  std::chrono::milliseconds timeout, std::vector<OJson>* skipped) {
-  auto deadline = std::chrono::steady_clock::now() + timeout;
-  for (;;) {
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    if (left.count() <= 0) return std::nullopt;
-    auto f = readFrame(left);
-    if (!f) return std::nullopt;
-    if (pred(*f)) return f;
+  auto deadline = Clock::now() + timeout;
+  while (msLeft(deadline) > 0) {
+    auto f = readFrame(std::chrono::milliseconds(msLeft(deadline)));
+    if (!f || pred(*f)) return f;
     if (skipped) skipped->push_back(*f);
   }
+  return std::nullopt;
+}
+
+bool HostProcess::readToEnd(std::chrono::milliseconds timeout, std::string* out) {
+  auto deadline = Clock::now() + timeout;
+  char buf[4096];
+  while (msLeft(deadline) > 0) {
+    pollfd p{out_, POLLIN, 0};
+    if (::poll(&p, 1, msLeft(deadline)) <= 0) continue;
+    ssize_t k = ::read(out_, buf, sizeof buf);
+    if (k <= 0) return k == 0;
+    if (out) out->append(buf, static_cast<size_t>(k));
+  }
+  return false;
 }
 
 std::string HostProcess::readAllStdout(std::chrono::milliseconds timeout) {
-  auto deadline = std::chrono::steady_clock::now() + timeout;
   std::string out;
-  char buf[4096];
-  for (;;) {
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    if (left.count() <= 0) return out;
-    pollfd p{out_, POLLIN, 0};
-    if (::poll(&p, 1, static_cast<int>(left.count())) <= 0) continue;
-    ssize_t k = ::read(out_, buf, sizeof buf);
-    if (k <= 0) return out;
-    out.append(buf, static_cast<size_t>(k));
-  }
+  readToEnd(timeout, &out);
+  return out;
 }
 
-bool HostProcess::stdoutClosed(std::chrono::milliseconds timeout) {
-  auto deadline = std::chrono::steady_clock::now() + timeout;
-  char c;
-  for (;;) {
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    if (left.count() <= 0) return false;
-    pollfd p{out_, POLLIN, 0};
-    if (::poll(&p, 1, static_cast<int>(left.count())) <= 0) continue;
-    ssize_t k = ::read(out_, &c, 1);
-    if (k == 0) return true;
-    if (k < 0) return false;
-  }
-}
+bool HostProcess::stdoutClosed(std::chrono::milliseconds timeout) { return readToEnd(timeout, nullptr); }
 
-void HostProcess::closeStdin() {
-  if (in_ >= 0) ::close(in_);
-  in_ = -1;
-}
+void HostProcess::closeStdin() { ::close(std::exchange(in_, -1)); }
 
 int HostProcess::wait(std::chrono::milliseconds timeout) {
-  if (exitStatus_ != -2) return exitStatus_;
-  auto deadline = std::chrono::steady_clock::now() + timeout;
-  int status = 0;
-  while (std::chrono::steady_clock::now() < deadline) {
-    pid_t r = ::waitpid(pid_, &status, WNOHANG);
-    if (r == pid_) {
+  auto deadline = Clock::now() + timeout;
+  for (int status = 0; exitStatus_ == -2;) {
+    if (::waitpid(pid_, &status, WNOHANG) == pid_) {
       exitStatus_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-      return exitStatus_;
+    } else if (msLeft(deadline) <= 0) {
+      ::kill(pid_, SIGKILL);
+      ::waitpid(pid_, &status, 0);
+      exitStatus_ = -1;
+    } else {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  ::kill(pid_, SIGKILL);
-  ::waitpid(pid_, &status, 0);
-  exitStatus_ = -1;
-  return -1;
+  return exitStatus_;
 }
 
 void HostProcess::signal(int sig) { ::kill(pid_, sig); }
@@ -185,19 +160,13 @@ void HostProcess::signal(int sig) { ::kill(pid_, sig); }
 std::vector<std::string> HostProcess::logLines() const {
   std::lock_guard lock(mutex_);
   std::vector<std::string> lines;
-  size_t start = 0;
-  for (;;) {
-    size_t nl = errText_.find('\n', start);
-    if (nl == std::string::npos) break;
+  for (size_t start = 0, nl; (nl = errText_.find('\n', start)) != std::string::npos; start = nl + 1)
     lines.push_back(errText_.substr(start, nl - start));
-    start = nl + 1;
-  }
   return lines;
 }
 
 bool HostProcess::waitForLog(const std::string& text, std::chrono::milliseconds timeout) const {
-  auto deadline = std::chrono::steady_clock::now() + timeout;
-  while (std::chrono::steady_clock::now() < deadline) {
+  for (auto deadline = Clock::now() + timeout; Clock::now() < deadline;) {
     for (const auto& l : logLines())
       if (l.find(text) != std::string::npos) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));

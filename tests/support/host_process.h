@@ -49,6 +49,8 @@ class HostProcess {
 
  private:
   bool readExactly(char* buf, size_t n, std::chrono::steady_clock::time_point deadline);
+  // Reads stdout until it closes (true) or the timeout passes, keeping what it read in `out` when given.
+  bool readToEnd(std::chrono::milliseconds timeout, std::string* out);
   pid_t pid_ = -1;
   int in_ = -1, out_ = -1, err_ = -1;
   int exitStatus_ = -2;

@@ -2,12 +2,9 @@
 
 #include <strings.h>
 
-#include <chrono>
-#include <cstdio>
+#include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 #include <stdexcept>
-#include <thread>
 
 namespace wren::test {
 
@@ -18,9 +15,8 @@ std::string RecordedRequest::header(const std::string& name) const {
 }
 
 bool RecordedRequest::hasHeader(const std::string& name) const {
-  for (const auto& [k, v] : headers)
-    if (strcasecmp(k.c_str(), name.c_str()) == 0) return true;
-  return false;
+  return std::any_of(headers.begin(), headers.end(),
+                     [&](const auto& h) { return strcasecmp(h.first.c_str(), name.c_str()) == 0; });
 }
 
 TestCertificate TestCertificate::make() {
@@ -44,33 +40,18 @@ TestServer::TestServer(const TestCertificate& cert)
 void TestServer::start() {
   respond(200, "application/json", "{}");
   auto dispatch = [this](const httplib::Request& req, httplib::Response& res) {
-    RecordedRequest r;
-    r.method = req.method;
-    r.path = req.path;
-    r.target = req.target;
-    auto q = req.target.find('?');
-    if (q != std::string::npos) r.query = req.target.substr(q + 1);
-    for (const auto& [k, v] : req.headers) r.headers.emplace_back(k, v);
-    r.body = req.body;
-    r.remotePort = req.remote_port;
-    Handler h;
-    {
-      std::lock_guard lock(mutex_);
-      h = handler_;
-    }
+    const auto q = req.target.find('?');
+    RecordedRequest r{.method = req.method, .path = req.path, .target = req.target,
+                      .query = q == std::string::npos ? "" : req.target.substr(q + 1),
+                      .headers = {req.headers.begin(), req.headers.end()}, .body = req.body,
+                      .remotePort = req.remote_port};
+    const Handler h = [this] { std::lock_guard lock(mutex_); return handler_; }();
     h(req, res);
-    {
-      std::lock_guard lock(mutex_);
-      requests_.push_back(std::move(r));
-    }
+    std::lock_guard lock(mutex_);
+    requests_.push_back(std::move(r));
     cv_.notify_all();
   };
-  for (auto* route : {"/.*"}) {
-    server_->Get(route, dispatch);
-    server_->Post(route, dispatch);
-    server_->Put(route, dispatch);
-    server_->Delete(route, dispatch);
-  }
+  server_->Get("/.*", dispatch).Post("/.*", dispatch).Put("/.*", dispatch).Delete("/.*", dispatch);
   server_->set_keep_alive_max_count(1000);
   // Without it every answer with a body waits on the peer's delayed ACK.
   server_->set_tcp_nodelay(true);
@@ -82,45 +63,27 @@ void TestServer::start() {
   while (!server_->is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
-TestServer::~TestServer() {
-  server_->stop();
-  if (thread_.joinable()) thread_.join();
-}
+TestServer::~TestServer() { server_->stop(); thread_.join(); }
 
-void TestServer::setHandler(Handler handler) {
-  std::lock_guard lock(mutex_);
-  handler_ = std::move(handler);
-}
+void TestServer::setHandler(Handler handler) { std::lock_guard lock(mutex_); handler_ = std::move(handler); }
 
 void TestServer::respond(int status, const std::string& contentType, const std::string& body) {
-  setHandler([=](const httplib::Request&, httplib::Response& res) {
-    res.status = status;
-    res.set_content(body, contentType.c_str());
-  });
+  setHandler([=](const auto&, auto& res) { res.status = status; res.set_content(body, contentType.c_str()); });
 }
 
 std::string TestServer::origin() const {
   return std::string(tls_ ? "https" : "http") + "://127.0.0.1:" + std::to_string(port_);
 }
 
-std::vector<RecordedRequest> TestServer::requests() const {
-  std::lock_guard lock(mutex_);
-  return requests_;
-}
+std::vector<RecordedRequest> TestServer::requests() const { std::lock_guard lock(mutex_); return requests_; }
 
-size_t TestServer::requestCount() const {
-  std::lock_guard lock(mutex_);
-  return requests_.size();
-}
+size_t TestServer::requestCount() const { std::lock_guard lock(mutex_); return requests_.size(); }
 
 bool TestServer::waitForRequests(size_t n, int timeoutMs) const {
   std::unique_lock lock(mutex_);
   return cv_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return requests_.size() >= n; });
 }
 
-void TestServer::clear() {
-  std::lock_guard lock(mutex_);
-  requests_.clear();
-}
+void TestServer::clear() { std::lock_guard lock(mutex_); requests_.clear(); }
 
 }  // namespace wren::test

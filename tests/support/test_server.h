@@ -13,10 +13,7 @@
 namespace wren::test {
 
 struct RecordedRequest {
-  std::string method;
-  std::string path;    // without the query
-  std::string target;  // path and query as sent
-  std::string query;   // the raw query, without "?"
+  std::string method, path, target, query;  // path without the query, target with it as sent, query without "?"
   std::vector<std::pair<std::string, std::string>> headers;
   std::string body;
   int remotePort = 0;  // distinct ports mean distinct connections
