@@ -6,7 +6,7 @@
 //     `wren-bridge install` registered in a fresh profile, on the same sample
 //     page; the marked page and the popup are saved as screenshots.
 //
-//   node tests/browser/demo.mjs [OUT_DIR]      (default: out/ of the checkout)
+//   node tools/demo/demo.mjs [OUT_DIR]      (default: out/ of the checkout)
 //
 // WREN_BRIDGE_EXE and WREN_SIM_EXE name the binaries (scripts/demo sets them).
 // Everything it starts is stopped and every temp dir removed, also on failure;
@@ -18,7 +18,7 @@ import os from 'node:os';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
-import { EXTENSION_ID, BRIDGE, requireBinaries, startSession, startSimulator, waitFor } from './harness.mjs';
+import { EXTENSION_ID, BRIDGE, requireBinaries, startSession, startSimulator, waitFor } from '../../tests/browser/harness.mjs';
 
 const HERE = path.dirname(fileURLToPath(import.meta.url));
 const ROOT = path.resolve(HERE, '../..');
