@@ -132,7 +132,9 @@ TEST_F(PopoverHostTest, ClicksSendTheirCommandsAndCloseThePopover) {
     const auto sent = service_.requests();
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent[0].method + " " + sent[0].target, std::string("GET /BrowserExt/command?") + query);
-    EXPECT_TRUE(!*check || pump([&](const OJson&) { return outlet(check)["hidden"] == hiddenAfter; })) << state_;
+    const auto* checkName = check;  // structured bindings cannot be captured by clang 14
+    const bool hidden = hiddenAfter;
+    EXPECT_TRUE(!*checkName || pump([&](const OJson&) { return outlet(checkName)["hidden"] == hidden; })) << state_;
   }
 }
 
