@@ -1,5 +1,7 @@
 #include "util/defaults_store.h"
 
+#include "util/fd_io.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -54,21 +56,6 @@ class Fd {
  private:
   int fd_;
 };
-
-bool writeAll(int fd, const std::string& data) {
-  const char* p = data.data();
-  size_t left = data.size();
-  while (left > 0) {
-    ssize_t n = ::write(fd, p, left);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    p += n;
-    left -= static_cast<size_t>(n);
-  }
-  return true;
-}
 
 long long clampToLongLong(double d) {
   constexpr double kMax = 9.2233720368547748e18;  // 2^63, the first value out of range

@@ -1,5 +1,7 @@
 #include "util/logging.h"
 
+#include "util/fd_io.h"
+
 #include <errno.h>
 #include <unistd.h>
 
@@ -21,19 +23,9 @@ void writeToStderr(std::string_view line) {
   buffer.reserve(line.size() + 1);
   buffer.append(line);
   buffer.push_back('\n');
-  // One write() a line, so lines from several threads never interleave; the
-  // loop only continues a write that a signal or a full pipe cut short.
-  const char* p = buffer.data();
-  size_t left = buffer.size();
-  while (left > 0) {
-    ssize_t n = ::write(STDERR_FILENO, p, left);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return;
-    }
-    p += n;
-    left -= static_cast<size_t>(n);
-  }
+  // One write() a line, so lines from several threads never interleave; a
+  // write that a signal or a full pipe cut short is continued.
+  writeAll(STDERR_FILENO, buffer);
 }
 
 // Owns the warning queue, the writer thread and the sink. It is allocated once
