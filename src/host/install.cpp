@@ -41,6 +41,12 @@ constexpr auto kProbeHelloTimeout = std::chrono::seconds(5);
 // takes longer than this to exit is reported.
 constexpr auto kProbeExitTimeout = std::chrono::seconds(3);
 constexpr auto kProbeExitPoll = std::chrono::milliseconds(20);
+// Where install notes the folders it created, so uninstall can take them away
+// again once they are empty: under the user's config home, and for --system
+// under /var/lib.
+constexpr std::string_view kCreatedFoldersFile = "created-folders.json";
+constexpr std::string_view kUserRecordDir = "wren-bridge";
+constexpr std::string_view kSystemRecordDir = "var/lib/wren-bridge";
 
 constexpr std::string_view kInstallUsage =
     "Usage: wren-bridge install [--system | --user-data-dir DIR] [--browser NAME]... [--extension-id ID]...\n"
@@ -50,7 +56,8 @@ constexpr std::string_view kInstallUsage =
     "  (default)            for the current user\n"
     "  --system             for every user (needs root)\n"
     "  --user-data-dir DIR  for one Chromium-family profile: DIR/NativeMessagingHosts\n"
-    "  --browser NAME       chromium, chrome, edge, brave, vivaldi, firefox or all (default all)\n"
+    "  --browser NAME       chromium, chrome, edge, brave, vivaldi, firefox or all (default: every\n"
+    "                       browser found here, by its executable on PATH or its configuration folder)\n"
     "  --extension-id ID    an extension allowed to connect (repeatable): a Chromium id (32 letters a-p)\n"
     "                       or a Firefox add-on id; default the Wren extension's own ids\n";
 
@@ -60,6 +67,7 @@ struct Selection {
   std::vector<Scope> scopes;
   fs::path profileDir;
   std::vector<const BrowserInfo*> browsers;
+  bool browsersNamed = false;  // --browser given: written whether present or not
   std::vector<std::string> chromiumIds;
   std::vector<std::string> firefoxIds;
   bool help = false;
@@ -69,7 +77,12 @@ struct Location {
   std::string label;  // e.g. "Chromium" or "Firefox (system)"
   BrowserFamily family;
   fs::path file;
+  Scope scope;
+  const BrowserInfo* browser;  // null for a profile
 };
+
+std::ostream& outOf(const InstallEnvironment& env) { return env.out ? *env.out : std::cout; }
+std::ostream& errOf(const InstallEnvironment& env) { return env.err ? *env.err : std::cerr; }
 
 bool isChromiumId(std::string_view id) {
   if (id.size() != kChromiumIdLength) return false;
@@ -180,6 +193,7 @@ std::optional<Selection> parseSelection(const std::vector<std::string>& args, bo
     *error = "--system and --user-data-dir exclude each other";
     return std::nullopt;
   }
+  s.browsersNamed = allBrowsers || !s.browsers.empty();
   if (allBrowsers || s.browsers.empty()) {
     s.browsers.clear();
     for (const BrowserInfo& b : knownBrowsers()) s.browsers.push_back(&b);
@@ -215,7 +229,7 @@ std::vector<Location> locationsOf(const Selection& s, const InstallEnvironment& 
   for (Scope scope : s.scopes) {
     if (scope == Scope::kProfile) {
       out.push_back({"Chromium profile " + s.profileDir.string(), BrowserFamily::kChromium,
-                     s.profileDir / "NativeMessagingHosts" / manifestFileName()});
+                     s.profileDir / "NativeMessagingHosts" / manifestFileName(), scope, nullptr});
       continue;
     }
     for (const BrowserInfo* b : s.browsers) {
@@ -225,14 +239,160 @@ std::vector<Location> locationsOf(const Selection& s, const InstallEnvironment& 
           continue;
         }
         fs::path dir = env.systemRoot / fs::path(b->systemDir).relative_path();
-        out.push_back({std::string(b->displayName) + " (system)", b->family, dir / manifestFileName()});
+        out.push_back({std::string(b->displayName) + " (system)", b->family, dir / manifestFileName(), scope, b});
       } else {
         const fs::path& base = b->family == BrowserFamily::kFirefox ? env.home : env.configHome;
-        out.push_back({std::string(b->displayName), b->family, base / b->userDir / manifestFileName()});
+        out.push_back({std::string(b->displayName), b->family, base / b->userDir / manifestFileName(), scope, b});
       }
     }
   }
   return out;
+}
+
+// The folder a browser owns in a scope: its configuration folder (user) or
+// the one holding its system-wide manifest folder.
+fs::path browserFolder(const BrowserInfo& b, Scope scope, const InstallEnvironment& env) {
+  if (scope == Scope::kSystem) return (env.systemRoot / fs::path(b.systemDir).relative_path()).parent_path();
+  const fs::path& base = b.family == BrowserFamily::kFirefox ? env.home : env.configHome;
+  return (base / b.userDir).parent_path();
+}
+
+std::optional<fs::path> findOnPath(std::string_view name, const std::string& path) {
+  std::string_view rest = path;
+  while (!rest.empty()) {
+    size_t colon = rest.find(':');
+    std::string_view dir = rest.substr(0, colon);
+    rest = colon == std::string_view::npos ? std::string_view() : rest.substr(colon + 1);
+    // An empty or relative entry means the current folder, which says nothing about this machine.
+    if (dir.empty() || dir.front() != '/') continue;
+    fs::path candidate = fs::path(dir) / name;
+    struct stat st {};
+    if (::stat(candidate.c_str(), &st) == 0 && S_ISREG(st.st_mode) && ::access(candidate.c_str(), X_OK) == 0)
+      return candidate;
+  }
+  return std::nullopt;
+}
+
+// Why the browser counts as present in the scope, or nullopt when it does not.
+std::optional<std::string> presenceOf(const BrowserInfo& b, Scope scope, const InstallEnvironment& env) {
+  for (std::string_view exe : b.executables)
+    if (auto found = findOnPath(exe, env.path)) return found->string();
+  std::error_code ec;
+  if (fs::path folder = browserFolder(b, scope, env); fs::is_directory(folder, ec)) return folder.string();
+  return std::nullopt;
+}
+
+std::string absenceText(const BrowserInfo& b, Scope scope, const InstallEnvironment& env) {
+  std::string exes;
+  for (std::string_view exe : b.executables) exes += std::string(exes.empty() ? "" : " or ") + std::string(exe);
+  return std::string(b.displayName) + (scope == Scope::kSystem ? " (system)" : "") + ": not found (no " + exes +
+         " on PATH, no " + browserFolder(b, scope, env).string() + "); skipped, --browser " + std::string(b.name) +
+         " registers it anyway";
+}
+
+// mkdir -p that names the folders it made, outermost first.
+bool createFolders(const fs::path& dir, std::vector<fs::path>* created, std::error_code& ec) {
+  std::vector<fs::path> missing;
+  for (fs::path p = dir; !p.empty(); p = p.parent_path()) {
+    if (fs::exists(p, ec) || ec) break;
+    missing.push_back(p);
+    if (p == p.parent_path()) break;
+  }
+  if (ec) return false;
+  for (auto it = missing.rbegin(); it != missing.rend(); ++it) {
+    if (fs::create_directory(*it, ec)) {
+      if (created) created->push_back(*it);
+    } else if (ec) {
+      return false;
+    }
+  }
+  return true;
+}
+
+fs::path createdFoldersRecord(Scope scope, const InstallEnvironment& env) {
+  if (scope == Scope::kSystem) return env.systemRoot / kSystemRecordDir / kCreatedFoldersFile;
+  return env.configHome / kUserRecordDir / kCreatedFoldersFile;
+}
+
+std::optional<std::string> readFile(const fs::path& file);
+bool writeFileAtomically(const fs::path& file, const std::string& text, std::string* error,
+                         std::vector<fs::path>* created = nullptr);
+
+std::vector<fs::path> readCreatedFolders(const fs::path& record) {
+  std::vector<fs::path> folders;
+  auto text = readFile(record);
+  if (!text) return folders;
+  Json j = Json::parse(*text, nullptr, false);
+  if (!j.is_object() || !j.contains("folders") || !j["folders"].is_array()) return folders;
+  for (const Json& f : j["folders"]) {
+    // Only absolute paths: a record edited by hand must not point elsewhere.
+    std::string dir = f.is_string() ? f.get<std::string>() : "";
+    if (!dir.empty() && dir[0] == '/') folders.emplace_back(dir);
+  }
+  return folders;
+}
+
+bool writeCreatedFolders(const fs::path& record, const std::vector<fs::path>& folders, std::string* error) {
+  Json list = Json::array();
+  for (const auto& f : folders) list.push_back(f.string());
+  return writeFileAtomically(record, Json{{"folders", list}}.dump(2) + "\n", error);
+}
+
+// Adds the folders install just made to the scope's record; the record's own
+// folders, when it has to make them, are noted in it too.
+void recordCreatedFolders(const fs::path& record, const std::vector<fs::path>& created, const InstallEnvironment& env) {
+  if (created.empty()) return;
+  std::vector<fs::path> folders = readCreatedFolders(record);
+  std::error_code ec;
+  std::vector<fs::path> all = created;
+  std::string error;
+  if (!createFolders(record.parent_path(), &all, ec)) {
+    error = ec.message();
+  } else {
+    for (const auto& f : all)
+      if (std::find(folders.begin(), folders.end(), f) == folders.end()) folders.push_back(f);
+    if (writeCreatedFolders(record, folders, &error)) return;
+  }
+  errOf(env) << "note: cannot keep the list of created folders in " << record.string() << " (" << error
+             << "); uninstall will leave them\n";
+}
+
+bool isWithin(const fs::path& inner, const fs::path& outer) {
+  auto o = outer.begin(), i = inner.begin();
+  for (; o != outer.end(); ++o, ++i)
+    if (i == inner.end() || *i != *o) return false;
+  return true;
+}
+
+// Removes the recorded folders that are empty now, deepest first (never a
+// folder with anything in it). When only the record's own folders remain,
+// the record goes too, and they with it if that empties them.
+void removeEmptyCreatedFolders(const fs::path& record, const InstallEnvironment& env) {
+  std::vector<fs::path> folders = readCreatedFolders(record);
+  if (folders.empty()) return;
+  auto deepestFirst = [](const fs::path& a, const fs::path& b) { return a.string().size() > b.string().size(); };
+  std::sort(folders.begin(), folders.end(), deepestFirst);
+  auto removeIfEmpty = [&](const fs::path& dir) {
+    std::error_code ec;
+    if (!fs::is_directory(dir, ec)) return true;  // gone, or no longer a folder of ours
+    if (!fs::is_empty(dir, ec) || ec || !fs::remove(dir, ec)) return false;
+    outOf(env) << "removed the empty folder " << dir.string() << "\n";
+    return true;
+  };
+  std::vector<fs::path> kept;
+  for (const auto& dir : folders)
+    if (!removeIfEmpty(dir)) kept.push_back(dir);
+  const bool onlyRecordFolders = std::all_of(kept.begin(), kept.end(), [&](const fs::path& dir) {
+    return isWithin(record.parent_path(), dir);
+  });
+  std::error_code ec;
+  std::string error;
+  if (onlyRecordFolders) {
+    fs::remove(record, ec);
+    for (const auto& dir : kept) removeIfEmpty(dir);
+  } else if (!writeCreatedFolders(record, kept, &error)) {
+    errOf(env) << "note: cannot update " << record.string() << ": " << error << "\n";
+  }
 }
 
 std::optional<std::string> readFile(const fs::path& file) {
@@ -245,14 +405,19 @@ std::optional<std::string> readFile(const fs::path& file) {
 
 // Writes `text` beside `file` and renames it into place, so a browser never
 // reads half a manifest.
-bool writeFileAtomically(const fs::path& file, const std::string& text, std::string* error) {
+bool writeFileAtomically(const fs::path& file, const std::string& text, std::string* error,
+                         std::vector<fs::path>* created) {
   std::error_code ec;
-  fs::create_directories(file.parent_path(), ec);
-  if (ec) {
+  if (!createFolders(file.parent_path(), created, ec)) {
     *error = "cannot create " + file.parent_path().string() + ": " + ec.message();
     return false;
   }
-  std::string tmp = (file.parent_path() / ("." + file.filename().string() + ".XXXXXX")).string();
+  // Appended piece by piece: gcc 12 at -O3 reports a false -Wrestrict inside
+  // std::string for `"." + name`.
+  std::string tmp = file.parent_path().string();
+  tmp += "/.";
+  tmp += file.filename().native();
+  tmp += ".XXXXXX";
   int fd = ::mkstemp(tmp.data());
   if (fd < 0) {
     *error = std::strerror(errno);
@@ -430,23 +595,22 @@ ProbeResult probeHost(const std::string& exe) {
   return result;
 }
 
-std::ostream& outOf(const InstallEnvironment& env) { return env.out ? *env.out : std::cout; }
-std::ostream& errOf(const InstallEnvironment& env) { return env.err ? *env.err : std::cerr; }
-
 }  // namespace
 
 const std::vector<BrowserInfo>& knownBrowsers() {
   static const std::vector<BrowserInfo> browsers = {
       {"chromium", "Chromium", BrowserFamily::kChromium, "chromium/NativeMessagingHosts",
-       "/etc/chromium/native-messaging-hosts"},
+       "/etc/chromium/native-messaging-hosts", {"chromium", "chromium-browser"}},
       {"chrome", "Google Chrome", BrowserFamily::kChromium, "google-chrome/NativeMessagingHosts",
-       "/etc/opt/chrome/native-messaging-hosts"},
+       "/etc/opt/chrome/native-messaging-hosts", {"google-chrome", "google-chrome-stable"}},
       {"edge", "Microsoft Edge", BrowserFamily::kChromium, "microsoft-edge/NativeMessagingHosts",
-       "/etc/opt/edge/native-messaging-hosts"},
-      {"brave", "Brave", BrowserFamily::kChromium, "BraveSoftware/Brave-Browser/NativeMessagingHosts", ""},
-      {"vivaldi", "Vivaldi", BrowserFamily::kChromium, "vivaldi/NativeMessagingHosts", ""},
+       "/etc/opt/edge/native-messaging-hosts", {"microsoft-edge", "microsoft-edge-stable"}},
+      {"brave", "Brave", BrowserFamily::kChromium, "BraveSoftware/Brave-Browser/NativeMessagingHosts", "",
+       {"brave-browser", "brave"}},
+      {"vivaldi", "Vivaldi", BrowserFamily::kChromium, "vivaldi/NativeMessagingHosts", "",
+       {"vivaldi", "vivaldi-stable"}},
       {"firefox", "Firefox", BrowserFamily::kFirefox, ".mozilla/native-messaging-hosts",
-       "/usr/lib/mozilla/native-messaging-hosts"},
+       "/usr/lib/mozilla/native-messaging-hosts", {"firefox", "firefox-esr"}},
   };
   return browsers;
 }
@@ -463,6 +627,7 @@ InstallEnvironment currentInstallEnvironment() {
   env.configHome = xdg && xdg[0] == '/' ? fs::path(xdg) : env.home / ".config";
   std::error_code ec;
   env.executable = fs::read_symlink("/proc/self/exe", ec);
+  if (const char* path = std::getenv("PATH")) env.path = path;
   env.out = &std::cout;
   env.err = &std::cerr;
   return env;
@@ -505,21 +670,35 @@ int runInstallCommand(const std::vector<std::string>& args, const InstallEnviron
     return 1;
   }
   std::vector<std::string> skipped;
+  std::vector<fs::path> created;
   int status = 0;
+  bool registered = false;
   for (const Location& where : locationsOf(*selection, env, &skipped)) {
+    if (where.browser && !selection->browsersNamed && !presenceOf(*where.browser, where.scope, env)) {
+      skipped.push_back(absenceText(*where.browser, where.scope, env));
+      continue;
+    }
     const std::string text = manifestText(where, *selection, env.executable);
     if (readFile(where.file) == text) {
       outOf(env) << where.label << ": up to date " << where.file.string() << "\n";
+      registered = true;
       continue;
     }
-    if (writeFileAtomically(where.file, text, &error)) {
+    if (writeFileAtomically(where.file, text, &error, &created)) {
       outOf(env) << where.label << ": wrote " << where.file.string() << "\n";
+      registered = true;
     } else {
       errOf(env) << where.label << ": cannot write " << where.file.string() << ": " << error << "\n";
       status = 1;
     }
   }
   for (const auto& line : skipped) outOf(env) << line << "\n";
+  if (selection->scopes.front() != Scope::kProfile)
+    recordCreatedFolders(createdFoldersRecord(selection->scopes.front(), env), created, env);
+  if (!registered && status == 0) {
+    errOf(env) << "wren-bridge install: no supported browser found; name one with --browser NAME\n";
+    status = 1;
+  }
   return status;
 }
 
@@ -545,6 +724,17 @@ int runUninstallCommand(const std::vector<std::string>& args, const InstallEnvir
     } else {
       outOf(env) << where.label << ": not registered " << where.file.string() << "\n";
     }
+  }
+  const Scope scope = selection->scopes.front();
+  if (scope == Scope::kProfile) {
+    // A profile's manifest folder holds nothing but host manifests; the
+    // profile itself is the user's.
+    std::error_code ec;
+    const fs::path dir = selection->profileDir / "NativeMessagingHosts";
+    if (fs::is_directory(dir, ec) && fs::is_empty(dir, ec) && fs::remove(dir, ec))
+      outOf(env) << "removed the empty folder " << dir.string() << "\n";
+  } else {
+    removeEmptyCreatedFolders(createdFoldersRecord(scope, env), env);
   }
   return status;
 }
