@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <tuple>
 
 namespace wren {
 namespace {
@@ -194,6 +195,15 @@ TEST_F(InstallTest, DoctorNamesWhatIsWrongWithAManifest) {
     auto [ok, lines] = doctor({"--user-data-dir", profile.string()});
     EXPECT_FALSE(ok);
     EXPECT_NE(lines.find(problem), std::string::npos) << lines;
+  }
+}
+
+TEST(PackagedManifestTest, TheManifestsThePackageInstallsAreTheOnesInstallWrites) {
+  for (auto [family, dir, id] : {std::tuple{BrowserFamily::kChromium, "chromium", std::string(kDevelopmentExtensionId)},
+                                 std::tuple{BrowserFamily::kFirefox, "firefox", std::string(kFirefoxExtensionId)}}) {
+    SCOPED_TRACE(dir);
+    const std::string text = readText(fs::path(WREN_PACKAGED_MANIFESTS) / dir / "com.wren.bridge.json");
+    EXPECT_EQ(text, hostManifest(family, WREN_PACKAGED_HOST_PATH, {id}).dump(2) + "\n");
   }
 }
 
