@@ -27,8 +27,11 @@ namespace {
 // HTTP client's own limit is 60 s.
 constexpr std::chrono::seconds kCommandDeadline{75};
 
-// Pages never get an answer to these, whatever they send.
-constexpr std::array<std::string_view, 3> kNeverAnswered = {"send_data", "vd_open_new_tab", "vd_get_user_email"};
+// Pages never get an answer to these, whatever they send; "block_page" is
+// answered only after an earlier one in the same process, which a command
+// never has.
+constexpr std::array<std::string_view, 4> kNeverAnswered = {"send_data", "vd_open_new_tab", "vd_get_user_email",
+                                                            "block_page"};
 
 const char* onOff(bool b) { return b ? "on" : "off"; }
 
@@ -141,9 +144,8 @@ int runSendCommand(const std::vector<std::string>& args) {
   else if (!SafariExtensionHandler::handlesMessage(name))
     std::fprintf(stderr, ": there is no such message (the README shows each one with an example)\n");
   else
-    std::fprintf(stderr, ": the bridge drops a message whose dictionary lacks what it needs (rateItems needs "
-                 "\"type\" and \"urls\", items with \"url\" and \"id\"; the README shows an example of each message), one whose feature is off, "
-                 "and some whose service request failed\n");
+    std::fprintf(stderr, ": the bridge drops a message whose dictionary lacks what it needs (see the README's "
+                 "example of %s), one whose feature is off, and some whose service request failed\n", name.c_str());
   return 1;
 }
 
