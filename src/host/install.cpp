@@ -24,6 +24,7 @@
 #include <thread>
 
 #include "host/framing.h"
+#include "host/install_files.h"
 
 extern char** environ;
 
@@ -290,154 +291,9 @@ std::string absenceText(const BrowserInfo& b, Scope scope, const InstallEnvironm
          " registers it anyway";
 }
 
-// mkdir -p that names the folders it made, outermost first.
-bool createFolders(const fs::path& dir, std::vector<fs::path>* created, std::error_code& ec) {
-  std::vector<fs::path> missing;
-  for (fs::path p = dir; !p.empty(); p = p.parent_path()) {
-    if (fs::exists(p, ec) || ec) break;
-    missing.push_back(p);
-    if (p == p.parent_path()) break;
-  }
-  if (ec) return false;
-  for (auto it = missing.rbegin(); it != missing.rend(); ++it) {
-    if (fs::create_directory(*it, ec)) {
-      if (created) created->push_back(*it);
-    } else if (ec) {
-      return false;
-    }
-  }
-  return true;
-}
-
 fs::path createdFoldersRecord(Scope scope, const InstallEnvironment& env) {
   if (scope == Scope::kSystem) return env.systemRoot / kSystemRecordDir / kCreatedFoldersFile;
   return env.configHome / kUserRecordDir / kCreatedFoldersFile;
-}
-
-std::optional<std::string> readFile(const fs::path& file);
-bool writeFileAtomically(const fs::path& file, const std::string& text, std::string* error,
-                         std::vector<fs::path>* created = nullptr);
-
-std::vector<fs::path> readCreatedFolders(const fs::path& record) {
-  std::vector<fs::path> folders;
-  auto text = readFile(record);
-  if (!text) return folders;
-  Json j = Json::parse(*text, nullptr, false);
-  if (!j.is_object() || !j.contains("folders") || !j["folders"].is_array()) return folders;
-  for (const Json& f : j["folders"]) {
-    // Only absolute paths: a record edited by hand must not point elsewhere.
-    std::string dir = f.is_string() ? f.get<std::string>() : "";
-    if (!dir.empty() && dir[0] == '/') folders.emplace_back(dir);
-  }
-  return folders;
-}
-
-bool writeCreatedFolders(const fs::path& record, const std::vector<fs::path>& folders, std::string* error) {
-  Json list = Json::array();
-  for (const auto& f : folders) list.push_back(f.string());
-  return writeFileAtomically(record, Json{{"folders", list}}.dump(2) + "\n", error);
-}
-
-// Adds the folders install just made to the scope's record; the record's own
-// folders, when it has to make them, are noted in it too.
-void recordCreatedFolders(const fs::path& record, const std::vector<fs::path>& created, const InstallEnvironment& env) {
-  if (created.empty()) return;
-  std::vector<fs::path> folders = readCreatedFolders(record);
-  std::error_code ec;
-  std::vector<fs::path> all = created;
-  std::string error;
-  if (!createFolders(record.parent_path(), &all, ec)) {
-    error = ec.message();
-  } else {
-    for (const auto& f : all)
-      if (std::find(folders.begin(), folders.end(), f) == folders.end()) folders.push_back(f);
-    if (writeCreatedFolders(record, folders, &error)) return;
-  }
-  errOf(env) << "note: cannot keep the list of created folders in " << record.string() << " (" << error
-             << "); uninstall will leave them\n";
-}
-
-bool isWithin(const fs::path& inner, const fs::path& outer) {
-  auto o = outer.begin(), i = inner.begin();
-  for (; o != outer.end(); ++o, ++i)
-    if (i == inner.end() || *i != *o) return false;
-  return true;
-}
-
-// Removes the recorded folders that are empty now, deepest first (never a
-// folder with anything in it). When only the record's own folders remain,
-// the record goes too, and they with it if that empties them.
-void removeEmptyCreatedFolders(const fs::path& record, const InstallEnvironment& env) {
-  std::vector<fs::path> folders = readCreatedFolders(record);
-  if (folders.empty()) return;
-  auto deepestFirst = [](const fs::path& a, const fs::path& b) { return a.string().size() > b.string().size(); };
-  std::sort(folders.begin(), folders.end(), deepestFirst);
-  auto removeIfEmpty = [&](const fs::path& dir) {
-    std::error_code ec;
-    if (!fs::is_directory(dir, ec)) return true;  // gone, or no longer a folder of ours
-    if (!fs::is_empty(dir, ec) || ec || !fs::remove(dir, ec)) return false;
-    outOf(env) << "removed the empty folder " << dir.string() << "\n";
-    return true;
-  };
-  std::vector<fs::path> kept;
-  for (const auto& dir : folders)
-    if (!removeIfEmpty(dir)) kept.push_back(dir);
-  const bool onlyRecordFolders = std::all_of(kept.begin(), kept.end(), [&](const fs::path& dir) {
-    return isWithin(record.parent_path(), dir);
-  });
-  std::error_code ec;
-  std::string error;
-  if (onlyRecordFolders) {
-    fs::remove(record, ec);
-    for (const auto& dir : kept) removeIfEmpty(dir);
-  } else if (!writeCreatedFolders(record, kept, &error)) {
-    errOf(env) << "note: cannot update " << record.string() << ": " << error << "\n";
-  }
-}
-
-std::optional<std::string> readFile(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  if (!in) return std::nullopt;
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-// Writes `text` beside `file` and renames it into place, so a browser never
-// reads half a manifest.
-bool writeFileAtomically(const fs::path& file, const std::string& text, std::string* error,
-                         std::vector<fs::path>* created) {
-  std::error_code ec;
-  if (!createFolders(file.parent_path(), created, ec)) {
-    *error = "cannot create " + file.parent_path().string() + ": " + ec.message();
-    return false;
-  }
-  // Appended piece by piece: gcc 12 at -O3 reports a false -Wrestrict inside
-  // std::string for `"." + name`.
-  std::string tmp = file.parent_path().string();
-  tmp += "/.";
-  tmp += file.filename().native();
-  tmp += ".XXXXXX";
-  int fd = ::mkstemp(tmp.data());
-  if (fd < 0) {
-    *error = std::strerror(errno);
-    return false;
-  }
-  bool ok = ::fchmod(fd, 0644) == 0;
-  for (size_t done = 0; ok && done < text.size();) {
-    ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) ok = false;
-    else done += static_cast<size_t>(n);
-  }
-  ok = ok && ::fsync(fd) == 0;
-  int savedErrno = errno;
-  ok = (::close(fd) == 0) && ok;
-  if (ok && ::rename(tmp.c_str(), file.c_str()) == 0) return true;
-  if (ok) savedErrno = errno;
-  *error = std::strerror(savedErrno);
-  ::unlink(tmp.c_str());
-  return false;
 }
 
 std::string manifestText(const Location& where, const Selection& s, const fs::path& exe) {
@@ -694,7 +550,7 @@ int runInstallCommand(const std::vector<std::string>& args, const InstallEnviron
   }
   for (const auto& line : skipped) outOf(env) << line << "\n";
   if (selection->scopes.front() != Scope::kProfile)
-    recordCreatedFolders(createdFoldersRecord(selection->scopes.front(), env), created, env);
+    recordCreatedFolders(createdFoldersRecord(selection->scopes.front(), env), created, errOf(env));
   if (!registered && status == 0) {
     errOf(env) << "wren-bridge install: no supported browser found; name one with --browser NAME\n";
     status = 1;
@@ -734,7 +590,7 @@ int runUninstallCommand(const std::vector<std::string>& args, const InstallEnvir
     if (fs::is_directory(dir, ec) && fs::is_empty(dir, ec) && fs::remove(dir, ec))
       outOf(env) << "removed the empty folder " << dir.string() << "\n";
   } else {
-    removeEmptyCreatedFolders(createdFoldersRecord(scope, env), env);
+    removeEmptyCreatedFolders(createdFoldersRecord(scope, env), outOf(env), errOf(env));
   }
   return status;
 }
