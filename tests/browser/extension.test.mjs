@@ -144,6 +144,9 @@ for (const browser of BROWSERS) {
         ['viewHelp', 'Help', false, true]]);
       assert.deepEqual([rows[2].color, rows[2].tooltip],
         ['grey', 'Works for Gmail and Yahoo Mail when you are signed in.']);
+      // The popup's own type, which Chromium's style for extension pages must not shrink.
+      assert.deepEqual(await popup.$$eval('.label', (labels) => [...new Set(labels.map((l) => getComputedStyle(l).fontSize))]),
+        ['13px']);
 
       await popup.hover('[data-outlet="btnSettings"]');
       await rowsWhen(popup, 'the settings row highlighted', (r) => r.viewSettings.highlighted);
