@@ -254,6 +254,8 @@ const drivers = {
           // Every host name is this machine's (the test pages).
           'network.dns.forceResolve': '127.0.0.1',
           'dom.security.https_first': false,
+          // Timings in pages to the microsecond, as in Chromium.
+          'privacy.reduceTimerPrecision': false,
           'ui.systemUsesDarkTheme': colorScheme === 'dark' ? 1 : 0,
         },
         env,
@@ -289,8 +291,10 @@ const drivers = {
 // `env` adds to the environment of the browser and so of the host it starts,
 // and `launchOptions` to puppeteer's (a program that stops the session
 // itself on Ctrl-C turns puppeteer's own signal handlers off there).
+// `hostExe` registers another program in wren-bridge's place (a benchmark's
+// stand-in), in the manifest that wren-bridge wrote.
 export async function startSession({ browser: browserName = 'chromium', simArgs = [], colorScheme = 'light',
-  sim: givenSim = null, env = {}, launchOptions = {} } = {}) {
+  sim: givenSim = null, env = {}, launchOptions = {}, hostExe = null } = {}) {
   requireBinaries(browserName);
   const driver = drivers[browserName];
   if (!driver) throw new Error(`unknown browser ${browserName}`);
@@ -314,6 +318,10 @@ export async function startSession({ browser: browserName = 'chromium', simArgs 
   const consoleMessages = [];
   try {
     install = driver.install(root, browserEnv);
+    if (hostExe) {
+      const manifest = JSON.parse(fs.readFileSync(install.manifest, 'utf8'));
+      fs.writeFileSync(install.manifest, JSON.stringify({ ...manifest, path: path.resolve(hostExe) }));
+    }
     launched = await driver.launch({ root, profile: install.profile, pages, colorScheme, env: browserEnv,
       launchOptions });
     await driver.watchConsole(launched, consoleMessages);
