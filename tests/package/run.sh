@@ -7,7 +7,7 @@
 #
 #   tests/package/run.sh [BUILD_DIR]    (BUILD_DIR: a build with wren-service-sim, default build/)
 #
-# Needs root (apt-get, /etc, /usr). Leaves the machine without the package,
+# Needs root (apt-get, /etc, /usr), Chromium, node and npm (scripts/install-deps --browser). Leaves the machine without the package,
 # also when a step fails.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/../.." && pwd)"
@@ -76,7 +76,12 @@ echo "package test: doctor finds the four system-wide manifests sound"
 kill "$sim_pid" && wait "$sim_pid" 2>/dev/null || true
 sim_pid=""
 
-# @BROWSER_CASE@
+# One Chromium case: the installed extension and host, the system-wide manifest only.
+PUPPETEER_SKIP_DOWNLOAD=1 npm ci --prefix "$root/tests/browser" --no-audit --no-fund --loglevel=error >/dev/null
+WREN_BRIDGE_EXE=/usr/bin/wren-bridge WREN_SIM_EXE="$sim" \
+  node --test --test-concurrency=1 "$root/tests/package/browser.test.mjs" >"$work/browser.log" 2>&1 ||
+  { cat "$work/browser.log" >&2; fail "the Chromium case against the installed package"; }
+echo "package test: Chromium rated a page through /usr/bin/wren-bridge and the system-wide manifest"
 
 DEBIAN_FRONTEND=noninteractive "${apt[@]}" purge wren-bridge >/dev/null
 left=()
