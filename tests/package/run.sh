@@ -45,8 +45,7 @@ done <"$work/paths" >"$work/before"
 
 DEBIAN_FRONTEND=noninteractive "${apt[@]}" install "$(cd "$(dirname "$deb")" && pwd)/$(basename "$deb")" >/dev/null
 dpkg -L wren-bridge | grep -v '^/\.$' | sort -u >"$work/installed"
-[ "$(command -v wren-bridge)" = /usr/bin/wren-bridge ] || fail "wren-bridge is not /usr/bin/wren-bridge"
-for f in /usr/share/wren-bridge/extension/manifest.json /usr/share/wren-bridge/extension-firefox/manifest.json \
+for f in /usr/bin/wren-bridge /usr/share/wren-bridge/extension/manifest.json /usr/share/wren-bridge/extension-firefox/manifest.json \
   /usr/share/wren-bridge/extension/icons/icon-128.png /usr/share/man/man1/wren-bridge.1.gz \
   /usr/share/doc/wren-bridge/copyright; do
   [ -f "$f" ] || fail "$f is not installed"
@@ -63,7 +62,7 @@ done
 port="$(grep -o '"port":[0-9]*' "$work/sim.out" | head -n 1 | cut -d: -f2)"
 [ -n "$port" ] || fail "wren-service-sim did not start"
 export WREN_SERVICE_ORIGIN="http://127.0.0.1:$port"
-HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" wren-bridge doctor >"$work/doctor" 2>&1 ||
+HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" /usr/bin/wren-bridge doctor >"$work/doctor" 2>&1 ||
   { cat "$work/doctor" >&2; fail "wren-bridge doctor exited $?"; }
 for label in "Chromium (system)" "Google Chrome (system)" "Microsoft Edge (system)" "Firefox (system)"; do
   grep -q "^  $label: registered .* -> /usr/bin/wren-bridge for " "$work/doctor" ||
