@@ -62,8 +62,9 @@ done
 port="$(grep -o '"port":[0-9]*' "$work/sim.out" | head -n 1 | cut -d: -f2)"
 [ -n "$port" ] || fail "wren-service-sim did not start"
 export WREN_SERVICE_ORIGIN="http://127.0.0.1:$port"
-HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" /usr/bin/wren-bridge doctor >"$work/doctor" 2>&1 ||
-  { cat "$work/doctor" >&2; fail "wren-bridge doctor exited $?"; }
+status=0
+HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" /usr/bin/wren-bridge doctor >"$work/doctor" 2>&1 || status=$?
+[ "$status" -eq 0 ] || { cat "$work/doctor" >&2; fail "wren-bridge doctor exited $status"; }
 for label in "Chromium (system)" "Google Chrome (system)" "Microsoft Edge (system)" "Firefox (system)"; do
   grep -q "^  $label: registered .* -> /usr/bin/wren-bridge for " "$work/doctor" ||
     { cat "$work/doctor" >&2; fail "doctor does not find the $label manifest registered"; }
