@@ -17,5 +17,7 @@ mkdir -p "$out"
 for f in "$here"/*.js "$here"/*.html "$here"/*.css; do
   cp "$f" "$out/"
 done
+mkdir -p "$out/icons"
+cp "$here"/icons/*.png "$out/icons/"
 cp "$here/manifest.firefox.json" "$out/manifest.json"
 echo "$out"

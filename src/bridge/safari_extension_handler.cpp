@@ -27,23 +27,10 @@ SafariExtensionHandler::SafariExtensionHandler(WrenBrowserExtServer& server, Set
 
 void SafariExtensionHandler::resetPromotionForTesting() { isPromotion = false; }
 
-void SafariExtensionHandler::messageReceivedWithName(const std::string& name, const BrowserHandle& page,
-                                                     const std::optional<Json>& userInfo) {
-  // While the service has the toolbar off, pages get nothing at all, not even
-  // a log line: they never wait for an answer.
-  if (!setting_.bToolbarEnabled()) return;
-
-  Json info = Json::object();
-  if (userInfo && userInfo->is_object()) {
-    info = *userInfo;
-  } else if (userInfo && !userInfo->is_null()) {
-    systemLog("[SafariToolbar] " + name + ": userInfo is not a dictionary, read as none");
-  }
-
-  using Branch = void (*)(SafariExtensionHandler&, const std::string&, const BrowserHandle&, const Json&);
+const SafariExtensionHandler::Branches& SafariExtensionHandler::branches() {
   // Compared in this order; the first equal name runs, an unknown one is
   // ignored without a trace.
-  static const std::array<std::pair<const char*, Branch>, 14> kBranches = {{
+  static const Branches kBranches = {{
       {"rateItems", [](auto& h, auto&, auto& p, auto& i) { h.rateItems(p, i); }},
       {"wtp_rating", [](auto& h, auto&, auto& p, auto& i) { h.wtpRating(p, i); }},
       {"send_data", [](auto& h, auto&, auto&, auto& i) { h.sendData(i); }},
@@ -59,7 +46,29 @@ void SafariExtensionHandler::messageReceivedWithName(const std::string& name, co
       {"wtpatl", [](auto& h, auto& n, auto& p, auto& i) { h.pageContent(n, p, i); }},
       {"block_page", [](auto& h, auto&, auto& p, auto& i) { h.blockPage(p, i); }},
   }};
-  for (const auto& [branchName, branch] : kBranches) {
+  return kBranches;
+}
+
+bool SafariExtensionHandler::handlesMessage(std::string_view name) {
+  for (const auto& branch : branches())
+    if (name == branch.first) return true;
+  return false;
+}
+
+void SafariExtensionHandler::messageReceivedWithName(const std::string& name, const BrowserHandle& page,
+                                                     const std::optional<Json>& userInfo) {
+  // While the service has the toolbar off, pages get nothing at all, not even
+  // a log line: they never wait for an answer.
+  if (!setting_.bToolbarEnabled()) return;
+
+  Json info = Json::object();
+  if (userInfo && userInfo->is_object()) {
+    info = *userInfo;
+  } else if (userInfo && !userInfo->is_null()) {
+    systemLog("[SafariToolbar] " + name + ": userInfo is not a dictionary, read as none");
+  }
+
+  for (const auto& [branchName, branch] : branches()) {
     if (name == branchName) {
       branch(*this, name, page, info);
       return;

@@ -8,9 +8,12 @@
 // client and the browser are the caller's and must outlive the completions
 // (in the process they are the singletons). Completions never touch the
 // handler itself, so a handler may go away while its requests are in flight.
+#include <array>
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "platform/browser.h"
 #include "util/json.h"
@@ -50,6 +53,9 @@ class SafariExtensionHandler {
   const std::optional<std::string>& lastBlockUrl() const { return lastBlockUrl_; }
   void setLastBlockUrl(std::optional<std::string> url) { lastBlockUrl_ = std::move(url); }
 
+  // Whether a page message of this name has a branch (others are ignored).
+  static bool handlesMessage(std::string_view name);
+
   // The promotion is offered once per process; tests start each case afresh.
   static void resetPromotionForTesting();
 
@@ -67,6 +73,9 @@ class SafariExtensionHandler {
   void setPopoverController(SafariExtensionViewController* controller) { popover_ = controller; }
 
  private:
+  using Branch = void (*)(SafariExtensionHandler&, const std::string&, const BrowserHandle&, const Json&);
+  using Branches = std::array<std::pair<const char*, Branch>, 14>;
+  static const Branches& branches();
   void rateItems(const BrowserHandle& page, const Json& info);
   void wtpRating(const BrowserHandle& page, const Json& info);
   void sendData(const Json& info);

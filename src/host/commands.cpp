@@ -1,6 +1,10 @@
 #include "host/commands.h"
 
+#include <algorithm>
+#include <array>
+#include <cctype>
 #include <cstdio>
+#include <string_view>
 
 #include "bridge/mail_scan_relay.h"
 #include "bridge/safari_extension_handler.h"
@@ -23,7 +27,26 @@ namespace {
 // HTTP client's own limit is 60 s.
 constexpr std::chrono::seconds kCommandDeadline{75};
 
+// Pages never get an answer to these, whatever they send; "block_page" is
+// answered only after an earlier one in the same process, which a command
+// never has.
+constexpr std::array<std::string_view, 4> kNeverAnswered = {"send_data", "vd_open_new_tab", "vd_get_user_email",
+                                                            "block_page"};
+
 const char* onOff(bool b) { return b ? "on" : "off"; }
+
+// Names under the top-level domain "invalid" are reserved never to resolve
+// (RFC 2606); the build's placeholder cloud address is one.
+bool neverResolves(std::string_view url) {
+  constexpr std::string_view kInvalidTld = ".invalid";
+  size_t start = url.find("://");
+  start = start == std::string_view::npos ? 0 : start + 3;
+  std::string_view host = url.substr(start, url.find_first_of(":/?#", start) - start);
+  if (!host.empty() && host.back() == '.') host.remove_suffix(1);
+  std::string lower(host);
+  std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
+  return lower == kInvalidTld.substr(1) || lower.ends_with(kInvalidTld);
+}
 
 std::string describeFailure(const std::optional<HttpResponse>& response, const std::optional<HttpError>& error) {
   if (error) return error->localizedDescription;
@@ -100,13 +123,30 @@ int runSendCommand(const std::vector<std::string>& args) {
   // the message meets the same gate it would meet there.
   world.handler.validateToolbarItemInWindow(Json());
   runUntilIdle(world.loop);
-  if (!world.setting.bToolbarEnabled())
+  const bool toolbarOn = world.setting.bToolbarEnabled();
+  if (!toolbarOn)
     std::fprintf(stderr, "wren-bridge send: the local service at %s reports the toolbar as off (or did not answer); "
                  "the message is dropped, as a page's would be\n", world.server.origin().c_str());
-  world.handler.messageReceivedWithName(args[0], Json("cli"), userInfo);
+  const std::string& name = args[0];
+  world.handler.messageReceivedWithName(name, Json("cli"), userInfo);
   runUntilIdle(world.loop);
   Logging::flush();
-  return 0;
+  if (world.browser.answers() > 0) return 0;
+  // A page that waits for an answer would wait in vain: say so, and why it may be.
+  if (toolbarOn && std::find(kNeverAnswered.begin(), kNeverAnswered.end(), name) != kNeverAnswered.end()) {
+    std::fprintf(stderr, "wren-bridge send: %s is never answered; the page got no answer, as it expects\n",
+                 name.c_str());
+    return 0;
+  }
+  std::fprintf(stderr, "wren-bridge send: the page got no answer to \"%s\"", name.c_str());
+  if (!toolbarOn)
+    std::fprintf(stderr, "\n");
+  else if (!SafariExtensionHandler::handlesMessage(name))
+    std::fprintf(stderr, ": there is no such message (the README shows each one with an example)\n");
+  else
+    std::fprintf(stderr, ": the bridge drops a message whose dictionary lacks what it needs (see the README's "
+                 "example of %s), one whose feature is off, and some whose service request failed\n", name.c_str());
+  return 1;
 }
 
 int runPopoverCommand(const std::vector<std::string>& args) {
@@ -143,6 +183,9 @@ int runPopoverCommand(const std::vector<std::string>& args) {
 }
 
 int runDoctorCommand() {
+  // The report states every failure itself; the HTTP client's log lines
+  // would only repeat them, raw, ahead of it.
+  setLogSink([](std::string_view) {});
   CliWorld world;
   std::printf("wren-bridge %s\n", kVersion);
 
@@ -167,10 +210,15 @@ int runDoctorCommand() {
   std::printf("Defaults store: %s (%s)\n", store.path().c_str(),
               store.available() ? "available" : "unavailable: nothing is remembered between runs");
   std::printf("  Remembered web-mail account: %s\n", store.stringForKey("curEmail") ? "yes" : "none");
-  std::printf("Cloud mail-scan service: %s\n", world.setting.veldrinConfigItem().veldrinAPI().c_str());
+  const std::string cloud = world.setting.veldrinConfigItem().veldrinAPI();
+  std::printf("Cloud mail-scan service: %s\n", cloud.c_str());
+  if (neverResolves(cloud))
+    std::printf("  This placeholder address never resolves: mail scans fail until WREN_VELDRIN_API names the real\n"
+                "  service (or the local service names it, or the build sets the CMake option WREN_VELDRIN_API).\n");
   std::printf("Browsers:\n");
   for (const auto& line : doctorBrowserReport().lines) std::printf("  %s\n", line.c_str());
   Logging::flush();
+  setLogSink(nullptr);
   return answered ? 0 : 1;
 }
 

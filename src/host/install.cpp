@@ -24,6 +24,7 @@
 #include <thread>
 
 #include "host/framing.h"
+#include "host/install_files.h"
 
 extern char** environ;
 
@@ -41,6 +42,12 @@ constexpr auto kProbeHelloTimeout = std::chrono::seconds(5);
 // takes longer than this to exit is reported.
 constexpr auto kProbeExitTimeout = std::chrono::seconds(3);
 constexpr auto kProbeExitPoll = std::chrono::milliseconds(20);
+// Where install notes the folders it created, so uninstall can take them away
+// again once they are empty: under the user's config home, and for --system
+// under /var/lib.
+constexpr std::string_view kCreatedFoldersFile = "created-folders.json";
+constexpr std::string_view kUserRecordDir = "wren-bridge";
+constexpr std::string_view kSystemRecordDir = "var/lib/wren-bridge";
 
 constexpr std::string_view kInstallUsage =
     "Usage: wren-bridge install [--system | --user-data-dir DIR] [--browser NAME]... [--extension-id ID]...\n"
@@ -50,7 +57,8 @@ constexpr std::string_view kInstallUsage =
     "  (default)            for the current user\n"
     "  --system             for every user (needs root)\n"
     "  --user-data-dir DIR  for one Chromium-family profile: DIR/NativeMessagingHosts\n"
-    "  --browser NAME       chromium, chrome, edge, brave, vivaldi, firefox or all (default all)\n"
+    "  --browser NAME       chromium, chrome, edge, brave, vivaldi, firefox or all (default: every\n"
+    "                       browser found here, by its executable on PATH or its configuration folder)\n"
     "  --extension-id ID    an extension allowed to connect (repeatable): a Chromium id (32 letters a-p)\n"
     "                       or a Firefox add-on id; default the Wren extension's own ids\n";
 
@@ -60,6 +68,7 @@ struct Selection {
   std::vector<Scope> scopes;
   fs::path profileDir;
   std::vector<const BrowserInfo*> browsers;
+  bool browsersNamed = false;  // --browser given: written whether present or not
   std::vector<std::string> chromiumIds;
   std::vector<std::string> firefoxIds;
   bool help = false;
@@ -69,7 +78,12 @@ struct Location {
   std::string label;  // e.g. "Chromium" or "Firefox (system)"
   BrowserFamily family;
   fs::path file;
+  Scope scope;
+  const BrowserInfo* browser;  // null for a profile
 };
+
+std::ostream& outOf(const InstallEnvironment& env) { return env.out ? *env.out : std::cout; }
+std::ostream& errOf(const InstallEnvironment& env) { return env.err ? *env.err : std::cerr; }
 
 bool isChromiumId(std::string_view id) {
   if (id.size() != kChromiumIdLength) return false;
@@ -180,6 +194,7 @@ std::optional<Selection> parseSelection(const std::vector<std::string>& args, bo
     *error = "--system and --user-data-dir exclude each other";
     return std::nullopt;
   }
+  s.browsersNamed = allBrowsers || !s.browsers.empty();
   if (allBrowsers || s.browsers.empty()) {
     s.browsers.clear();
     for (const BrowserInfo& b : knownBrowsers()) s.browsers.push_back(&b);
@@ -215,7 +230,7 @@ std::vector<Location> locationsOf(const Selection& s, const InstallEnvironment& 
   for (Scope scope : s.scopes) {
     if (scope == Scope::kProfile) {
       out.push_back({"Chromium profile " + s.profileDir.string(), BrowserFamily::kChromium,
-                     s.profileDir / "NativeMessagingHosts" / manifestFileName()});
+                     s.profileDir / "NativeMessagingHosts" / manifestFileName(), scope, nullptr});
       continue;
     }
     for (const BrowserInfo* b : s.browsers) {
@@ -225,54 +240,60 @@ std::vector<Location> locationsOf(const Selection& s, const InstallEnvironment& 
           continue;
         }
         fs::path dir = env.systemRoot / fs::path(b->systemDir).relative_path();
-        out.push_back({std::string(b->displayName) + " (system)", b->family, dir / manifestFileName()});
+        out.push_back({std::string(b->displayName) + " (system)", b->family, dir / manifestFileName(), scope, b});
       } else {
         const fs::path& base = b->family == BrowserFamily::kFirefox ? env.home : env.configHome;
-        out.push_back({std::string(b->displayName), b->family, base / b->userDir / manifestFileName()});
+        out.push_back({std::string(b->displayName), b->family, base / b->userDir / manifestFileName(), scope, b});
       }
     }
   }
   return out;
 }
 
-std::optional<std::string> readFile(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  if (!in) return std::nullopt;
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
+// The folder a browser owns in a scope: its configuration folder (user) or
+// the one holding its system-wide manifest folder.
+fs::path browserFolder(const BrowserInfo& b, Scope scope, const InstallEnvironment& env) {
+  if (scope == Scope::kSystem) return (env.systemRoot / fs::path(b.systemDir).relative_path()).parent_path();
+  const fs::path& base = b.family == BrowserFamily::kFirefox ? env.home : env.configHome;
+  return (base / b.userDir).parent_path();
 }
 
-// Writes `text` beside `file` and renames it into place, so a browser never
-// reads half a manifest.
-bool writeFileAtomically(const fs::path& file, const std::string& text, std::string* error) {
+std::optional<fs::path> findOnPath(std::string_view name, const std::string& path) {
+  std::string_view rest = path;
+  while (!rest.empty()) {
+    size_t colon = rest.find(':');
+    std::string_view dir = rest.substr(0, colon);
+    rest = colon == std::string_view::npos ? std::string_view() : rest.substr(colon + 1);
+    // An empty or relative entry means the current folder, which says nothing about this machine.
+    if (dir.empty() || dir.front() != '/') continue;
+    fs::path candidate = fs::path(dir) / name;
+    struct stat st {};
+    if (::stat(candidate.c_str(), &st) == 0 && S_ISREG(st.st_mode) && ::access(candidate.c_str(), X_OK) == 0)
+      return candidate;
+  }
+  return std::nullopt;
+}
+
+// Why the browser counts as present in the scope, or nullopt when it does not.
+std::optional<std::string> presenceOf(const BrowserInfo& b, Scope scope, const InstallEnvironment& env) {
+  for (std::string_view exe : b.executables)
+    if (auto found = findOnPath(exe, env.path)) return found->string();
   std::error_code ec;
-  fs::create_directories(file.parent_path(), ec);
-  if (ec) {
-    *error = "cannot create " + file.parent_path().string() + ": " + ec.message();
-    return false;
-  }
-  std::string tmp = (file.parent_path() / ("." + file.filename().string() + ".XXXXXX")).string();
-  int fd = ::mkstemp(tmp.data());
-  if (fd < 0) {
-    *error = std::strerror(errno);
-    return false;
-  }
-  bool ok = ::fchmod(fd, 0644) == 0;
-  for (size_t done = 0; ok && done < text.size();) {
-    ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) ok = false;
-    else done += static_cast<size_t>(n);
-  }
-  ok = ok && ::fsync(fd) == 0;
-  int savedErrno = errno;
-  ok = (::close(fd) == 0) && ok;
-  if (ok && ::rename(tmp.c_str(), file.c_str()) == 0) return true;
-  if (ok) savedErrno = errno;
-  *error = std::strerror(savedErrno);
-  ::unlink(tmp.c_str());
-  return false;
+  if (fs::path folder = browserFolder(b, scope, env); fs::is_directory(folder, ec)) return folder.string();
+  return std::nullopt;
+}
+
+std::string absenceText(const BrowserInfo& b, Scope scope, const InstallEnvironment& env) {
+  std::string exes;
+  for (std::string_view exe : b.executables) exes += std::string(exes.empty() ? "" : " or ") + std::string(exe);
+  return std::string(b.displayName) + (scope == Scope::kSystem ? " (system)" : "") + ": not found (no " + exes +
+         " on PATH, no " + browserFolder(b, scope, env).string() + "); skipped, --browser " + std::string(b.name) +
+         " registers it anyway";
+}
+
+fs::path createdFoldersRecord(Scope scope, const InstallEnvironment& env) {
+  if (scope == Scope::kSystem) return env.systemRoot / kSystemRecordDir / kCreatedFoldersFile;
+  return env.configHome / kUserRecordDir / kCreatedFoldersFile;
 }
 
 std::string manifestText(const Location& where, const Selection& s, const fs::path& exe) {
@@ -430,23 +451,22 @@ ProbeResult probeHost(const std::string& exe) {
   return result;
 }
 
-std::ostream& outOf(const InstallEnvironment& env) { return env.out ? *env.out : std::cout; }
-std::ostream& errOf(const InstallEnvironment& env) { return env.err ? *env.err : std::cerr; }
-
 }  // namespace
 
 const std::vector<BrowserInfo>& knownBrowsers() {
   static const std::vector<BrowserInfo> browsers = {
       {"chromium", "Chromium", BrowserFamily::kChromium, "chromium/NativeMessagingHosts",
-       "/etc/chromium/native-messaging-hosts"},
+       "/etc/chromium/native-messaging-hosts", {"chromium", "chromium-browser"}},
       {"chrome", "Google Chrome", BrowserFamily::kChromium, "google-chrome/NativeMessagingHosts",
-       "/etc/opt/chrome/native-messaging-hosts"},
+       "/etc/opt/chrome/native-messaging-hosts", {"google-chrome", "google-chrome-stable"}},
       {"edge", "Microsoft Edge", BrowserFamily::kChromium, "microsoft-edge/NativeMessagingHosts",
-       "/etc/opt/edge/native-messaging-hosts"},
-      {"brave", "Brave", BrowserFamily::kChromium, "BraveSoftware/Brave-Browser/NativeMessagingHosts", ""},
-      {"vivaldi", "Vivaldi", BrowserFamily::kChromium, "vivaldi/NativeMessagingHosts", ""},
+       "/etc/opt/edge/native-messaging-hosts", {"microsoft-edge", "microsoft-edge-stable"}},
+      {"brave", "Brave", BrowserFamily::kChromium, "BraveSoftware/Brave-Browser/NativeMessagingHosts", "",
+       {"brave-browser", "brave"}},
+      {"vivaldi", "Vivaldi", BrowserFamily::kChromium, "vivaldi/NativeMessagingHosts", "",
+       {"vivaldi", "vivaldi-stable"}},
       {"firefox", "Firefox", BrowserFamily::kFirefox, ".mozilla/native-messaging-hosts",
-       "/usr/lib/mozilla/native-messaging-hosts"},
+       "/usr/lib/mozilla/native-messaging-hosts", {"firefox", "firefox-esr"}},
   };
   return browsers;
 }
@@ -463,6 +483,7 @@ InstallEnvironment currentInstallEnvironment() {
   env.configHome = xdg && xdg[0] == '/' ? fs::path(xdg) : env.home / ".config";
   std::error_code ec;
   env.executable = fs::read_symlink("/proc/self/exe", ec);
+  if (const char* path = std::getenv("PATH")) env.path = path;
   env.out = &std::cout;
   env.err = &std::cerr;
   return env;
@@ -505,21 +526,35 @@ int runInstallCommand(const std::vector<std::string>& args, const InstallEnviron
     return 1;
   }
   std::vector<std::string> skipped;
+  std::vector<fs::path> created;
   int status = 0;
+  bool registered = false;
   for (const Location& where : locationsOf(*selection, env, &skipped)) {
+    if (where.browser && !selection->browsersNamed && !presenceOf(*where.browser, where.scope, env)) {
+      skipped.push_back(absenceText(*where.browser, where.scope, env));
+      continue;
+    }
     const std::string text = manifestText(where, *selection, env.executable);
     if (readFile(where.file) == text) {
       outOf(env) << where.label << ": up to date " << where.file.string() << "\n";
+      registered = true;
       continue;
     }
-    if (writeFileAtomically(where.file, text, &error)) {
+    if (writeFileAtomically(where.file, text, &error, &created)) {
       outOf(env) << where.label << ": wrote " << where.file.string() << "\n";
+      registered = true;
     } else {
       errOf(env) << where.label << ": cannot write " << where.file.string() << ": " << error << "\n";
       status = 1;
     }
   }
   for (const auto& line : skipped) outOf(env) << line << "\n";
+  if (selection->scopes.front() != Scope::kProfile)
+    recordCreatedFolders(createdFoldersRecord(selection->scopes.front(), env), created, errOf(env));
+  if (!registered && status == 0) {
+    errOf(env) << "wren-bridge install: no supported browser found; name one with --browser NAME\n";
+    status = 1;
+  }
   return status;
 }
 
@@ -545,6 +580,17 @@ int runUninstallCommand(const std::vector<std::string>& args, const InstallEnvir
     } else {
       outOf(env) << where.label << ": not registered " << where.file.string() << "\n";
     }
+  }
+  const Scope scope = selection->scopes.front();
+  if (scope == Scope::kProfile) {
+    // A profile's manifest folder holds nothing but host manifests; the
+    // profile itself is the user's.
+    std::error_code ec;
+    const fs::path dir = selection->profileDir / "NativeMessagingHosts";
+    if (fs::is_directory(dir, ec) && fs::is_empty(dir, ec) && fs::remove(dir, ec))
+      outOf(env) << "removed the empty folder " << dir.string() << "\n";
+  } else {
+    removeEmptyCreatedFolders(createdFoldersRecord(scope, env), outOf(env), errOf(env));
   }
   return status;
 }

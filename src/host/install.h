@@ -4,6 +4,11 @@
 // (Chromium, Chrome, Edge, Brave, Vivaldi) and Firefox, per user, system-wide
 // or into one Chromium profile, and checks the registration for `doctor`.
 //
+// Without --browser, only browsers that are present (an executable of theirs
+// on PATH, or their configuration folder) are written to; a named browser is
+// written to anyway. The folders install creates are recorded (per user, and
+// system-wide), and uninstall removes them again once they are empty.
+//
 // Runs on the calling thread, synchronously; owns nothing beyond the call.
 //
 //   install   [--system | --user-data-dir DIR] [--browser NAME]... [--extension-id ID]...
@@ -35,6 +40,7 @@ struct BrowserInfo {
   BrowserFamily family;
   std::string_view userDir;      // under the config home (Chromium family) or $HOME (Firefox)
   std::string_view systemDir;    // absolute; empty when the browser has no known system-wide location
+  std::vector<std::string_view> executables;  // names it is installed under on PATH
 };
 const std::vector<BrowserInfo>& knownBrowsers();
 
@@ -44,10 +50,11 @@ struct InstallEnvironment {
   std::filesystem::path configHome;  // $XDG_CONFIG_HOME, else $HOME/.config
   std::filesystem::path executable;  // the wren-bridge executable to register
   std::filesystem::path systemRoot = "/";  // prefix of the system-wide locations
+  std::string path;                  // $PATH, searched for the browsers' executables
   std::ostream* out = nullptr;       // what was done, one line each
   std::ostream* err = nullptr;       // usage errors and failures
 };
-// This process: $HOME, $XDG_CONFIG_HOME, /proc/self/exe resolved, stdout and stderr.
+// This process: $HOME, $XDG_CONFIG_HOME, /proc/self/exe resolved, $PATH, stdout and stderr.
 InstallEnvironment currentInstallEnvironment();
 
 // The manifest for one browser family.

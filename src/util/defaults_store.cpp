@@ -168,7 +168,12 @@ bool DefaultsStore::write(const Json& object) {
 
   std::filesystem::path dir = file_.parent_path();
   if (dir.empty()) dir = ".";
-  std::string tempName = (dir / ("." + file_.filename().string() + ".XXXXXX")).string();
+  // Appended piece by piece: gcc 12 at -O3 reports a false -Wrestrict inside
+  // std::string for `"." + name`.
+  std::string tempName = dir.string();
+  tempName += "/.";
+  tempName += file_.filename().native();
+  tempName += ".XXXXXX";
   Fd fd(::mkstemp(tempName.data()));
   if (fd.get() < 0) return false;
   bool ok = ::fchmod(fd.get(), kFileMode) == 0 && writeAll(fd.get(), text) && ::fsync(fd.get()) == 0;

@@ -181,7 +181,7 @@ const drivers = {
       return { command: 'wren-bridge install --user-data-dir PROFILE', text, profile,
         manifest: path.join(profile, 'NativeMessagingHosts', 'com.wren.bridge.json') };
     },
-    async launch({ profile, pages, colorScheme, env, launchOptions }) {
+    async launch({ profile, pages, colorScheme, env, launchOptions, extensionDir = EXTENSION_DIR }) {
       const browser = await puppeteer.launch({
         browser: 'chrome',
         executablePath: EXECUTABLES.chromium,
@@ -193,8 +193,8 @@ const drivers = {
         // puppeteer turns extensions off unless asked.
         ignoreDefaultArgs: ['--disable-extensions'],
         args: [
-          `--disable-extensions-except=${EXTENSION_DIR}`,
-          `--load-extension=${EXTENSION_DIR}`,
+          `--disable-extensions-except=${extensionDir}`,
+          `--load-extension=${extensionDir}`,
           // Root may not use Chromium's sandbox.
           ...(process.getuid?.() === 0 ? ['--no-sandbox'] : []),
           // Test hosts on this machine's page servers.
@@ -231,9 +231,13 @@ const drivers = {
         manifest: path.join(env.HOME, '.mozilla', 'native-messaging-hosts', 'com.wren.bridge.json'),
         profile: path.join(root, 'profile') };
     },
-    async launch({ root, profile, colorScheme, env, launchOptions }) {
-      const extension = path.join(root, 'extension-firefox');
-      execFileSync(path.join(EXTENSION_DIR, 'build-firefox.sh'), [extension], { stdio: 'ignore' });
+    async launch({ root, profile, colorScheme, env, launchOptions, extensionDir = null }) {
+      // The Firefox variant: as given (an installed one), or built here.
+      let extension = extensionDir;
+      if (!extension) {
+        extension = path.join(root, 'extension-firefox');
+        execFileSync(path.join(EXTENSION_DIR, 'build-firefox.sh'), [extension], { stdio: 'ignore' });
+      }
       // The moz-extension host is random unless preset.
       const uuid = crypto.randomUUID();
       fs.mkdirSync(profile);
@@ -292,9 +296,12 @@ const drivers = {
 // and `launchOptions` to puppeteer's (a program that stops the session
 // itself on Ctrl-C turns puppeteer's own signal handlers off there).
 // `hostExe` registers another program in wren-bridge's place (a benchmark's
-// stand-in), in the manifest that wren-bridge wrote.
+// stand-in), in the manifest that wren-bridge wrote. `installed` uses what an
+// installation put in place instead ({ extensionDir }): nothing is registered
+// for the session, so the browser finds the host through its system-wide
+// manifest, and the extension is loaded from `extensionDir`.
 export async function startSession({ browser: browserName = 'chromium', simArgs = [], colorScheme = 'light',
-  sim: givenSim = null, env = {}, launchOptions = {}, hostExe = null } = {}) {
+  sim: givenSim = null, env = {}, launchOptions = {}, hostExe = null, installed = null } = {}) {
   requireBinaries(browserName);
   const driver = drivers[browserName];
   if (!driver) throw new Error(`unknown browser ${browserName}`);
@@ -317,13 +324,15 @@ export async function startSession({ browser: browserName = 'chromium', simArgs 
   let launched;
   const consoleMessages = [];
   try {
-    install = driver.install(root, browserEnv);
+    install = installed
+      ? { command: 'none (the system-wide manifest)', text: '', manifest: null, profile: path.join(root, 'profile') }
+      : driver.install(root, browserEnv);
     if (hostExe) {
       const manifest = JSON.parse(fs.readFileSync(install.manifest, 'utf8'));
       fs.writeFileSync(install.manifest, JSON.stringify({ ...manifest, path: path.resolve(hostExe) }));
     }
     launched = await driver.launch({ root, profile: install.profile, pages, colorScheme, env: browserEnv,
-      launchOptions });
+      launchOptions, extensionDir: installed?.extensionDir });
     await driver.watchConsole(launched, consoleMessages);
   } catch (e) {
     // Nothing of a session that never started may outlive it.
@@ -347,6 +356,8 @@ export async function startSession({ browser: browserName = 'chromium', simArgs 
     install: install.text,
     installCommand: install.command,
     manifest: install.manifest,
+    // The browser's profile folder.
+    profile: install.profile,
     // The extension's console messages so far, each { level, text }.
     console: consoleMessages,
     popupUrl: `${extensionOrigin}/popup.html`,

@@ -15,10 +15,19 @@ using namespace std::chrono_literals;
 
 inline bool is(const OJson& frame, const char* type) { return frame.value("type", "") == type; }
 
-// Polls `done` for up to five seconds.
-inline bool eventually(const std::function<bool()>& done) {
-  for (int i = 0; i < 250 && !done(); ++i) std::this_thread::sleep_for(20ms);
-  return done();
+// Upper bound for what the host and the stand-in service do in answer to one
+// step of a test; generous, since the machine may be busy with other builds.
+inline constexpr auto kStepDeadline = 20s;
+inline constexpr auto kPollInterval = 20ms;
+
+// Polls `done` until it holds or the deadline passes.
+inline bool eventually(const std::function<bool()>& done, std::chrono::milliseconds timeout = kStepDeadline) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (!done()) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(kPollInterval);
+  }
+  return true;
 }
 
 // The browser's answers when its active page has these properties.
@@ -121,9 +130,10 @@ class HostTest : public ::testing::Test {
   // for each before the next leaves no stray answer behind.
   void enableToolbar() {
     hook("validateToolbarItem", nullptr);
-    for (int attempt = 0; attempt < 50; ++attempt)
+    const auto deadline = std::chrono::steady_clock::now() + kStepDeadline;
+    while (std::chrono::steady_clock::now() < deadline)
       if (ask("vd_set_email", "setup", OJson{{"email", ""}}, 300ms)) return;
-    FAIL() << "the toolbar could not be enabled";
+    FAIL() << "the toolbar could not be enabled within " << kStepDeadline.count() << " s";
   }
 
   std::mutex mutex_;  // guards the two below, used on the server's threads

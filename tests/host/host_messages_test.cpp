@@ -187,7 +187,65 @@ TEST_F(HostTest, SendCommandPrintsTheAnswerAndDoctorNeedsTheService) {
   EXPECT_EQ(line["userInfo"], OJson::parse(R"({"results":[{"url":"http://a.example/","id":1,"level":2}]})"));
 
   EXPECT_EQ(HostProcess(WREN_BRIDGE_EXE, {"doctor"}, env()).wait(15s), 0);
-  EXPECT_NE(HostProcess(WREN_BRIDGE_EXE, {"doctor"}, env({{"WREN_SERVICE_ORIGIN", "http://127.0.0.1:1"}})).wait(), 0);
+}
+
+TEST_F(HostTest, DoctorReportsAServiceThatIsDownAndAPlaceholderCloudInItsReportOnly) {
+  const std::pair<std::string, bool> clouds[] = {{"https://veldrin.invalid", true},
+                                                 {"https://scan.Veldrin.INVALID.:8443/v1", true},
+                                                 {"https://127.0.0.1:1", false},
+                                                 {"https://invalid.example", false}};
+  for (const auto& [cloud, placeholder] : clouds) {
+    SCOPED_TRACE(cloud);
+    HostProcess doctor(WREN_BRIDGE_EXE, {"doctor"},
+                       env({{"WREN_SERVICE_ORIGIN", "http://127.0.0.1:1"}, {"WREN_VELDRIN_API", cloud}}));
+    const std::string out = doctor.readAllStdout();
+    EXPECT_EQ(doctor.wait(15s), 1);
+    EXPECT_EQ(doctor.stderrToEnd(), "") << "the report says it all";
+    EXPECT_NE(out.find("Local service at http://127.0.0.1:1: NOT answering"), std::string::npos) << out;
+    EXPECT_EQ(out.find("This placeholder address never resolves") != std::string::npos, placeholder) << out;
+  }
+}
+
+TEST_F(HostTest, SendSaysOnStderrWhenThePageGotNoAnswer) {
+  answer({.other = [](const httplib::Request&, httplib::Response& res) {
+    res.set_content(R"({"results":[{"level":1}]})", "application/json");
+  }});
+  const std::string dropped = "the page got no answer to \"rateItems\": the bridge drops a message whose dictionary";
+  struct Case { std::string name, json; int status; std::string answer, says; };
+  const Case cases[] = {
+      {"rateItems", R"({"type":"ManualScanner","urls":[{"url":"http://a.example/","id":1}]})", 0, "rateItems", ""},
+      {"rateItems", R"({"type":"ManualScanner","items":[{"url":"http://a.example/","id":1}]})", 1, "", dropped},
+      {"rateItems", R"({"urls":[{"url":"http://a.example/","id":1}]})", 1, "", dropped},  // no type: never rated
+      {"rateItems", R"({"type":"ManualScanner","urls":[{"url":"http://a.example/"}]})", 1, "", dropped},  // no id
+      {"vd_set_email", R"({"email":"a@example.com"})", 0, "vd_set_email", ""},
+      {"send_data", R"({"k":"v"})", 0, "", "send_data is never answered"},
+      {"block_page", R"({"href":"http://127.0.0.1/blocked?code=3"})", 0, "", "block_page is never answered"},
+      {"rate_items", "{}", 1, "", "the page got no answer to \"rate_items\": there is no such message"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name + " " + c.json);
+    HostProcess cli(WREN_BRIDGE_EXE, {"send", c.name, c.json}, env());
+    const std::string out = cli.readAllStdout();
+    EXPECT_EQ(cli.wait(15s), c.status);
+    const std::string err = cli.stderrToEnd().value_or("(stderr still open)");
+    if (c.answer.empty()) {
+      EXPECT_EQ(out, "");
+    } else {
+      EXPECT_EQ(OJson::parse(out.substr(0, out.find('\n'))).value("name", ""), c.answer) << out;
+    }
+    if (c.says.empty()) {
+      EXPECT_EQ(err.find("wren-bridge send:"), std::string::npos) << err;
+    } else {
+      EXPECT_NE(err.find("wren-bridge send: " + c.says), std::string::npos) << err;
+    }
+  }
+
+  answer({.settingsHeaders = {{"X-Wren-ToolbarStatus", "false"}}});
+  HostProcess off(WREN_BRIDGE_EXE, {"send", "vd_set_email", R"({"email":"a@example.com"})"}, env());
+  EXPECT_EQ(off.readAllStdout(), "");
+  EXPECT_EQ(off.wait(15s), 1);
+  EXPECT_TRUE(off.waitForLog("reports the toolbar as off"));
+  EXPECT_TRUE(off.waitForLog("the page got no answer to \"vd_set_email\""));
 }
 
 }  // namespace

@@ -50,13 +50,13 @@ class PopoverHostTest : public HostTest {
   // Shows the popover until the flags loaded from the service are on screen
   // (an answer that arrives after a showing shows at the next one).
   void showUntil(bool toolbar, bool autoScan, bool manual) {
-    for (int attempt = 0; attempt < 30; ++attempt) {
+    const auto shown = [&] {
       show();
-      if (outlet("btnAutoRating")["enabled"] == toolbar && outlet("autoRatingCheck")["hidden"] == !autoScan &&
-          outlet("manualRatingCheck")["hidden"] == !manual)
-        return;
-    }
-    FAIL() << "never showed toolbar=" << toolbar << " auto=" << autoScan << " manual=" << manual << ": " << state_;
+      return outlet("btnAutoRating")["enabled"] == toolbar && outlet("autoRatingCheck")["hidden"] == !autoScan &&
+             outlet("manualRatingCheck")["hidden"] == !manual;
+    };
+    if (eventually(shown)) return;
+    FAIL() << "within " << kStepDeadline.count() << " s never showed toolbar=" << toolbar << " auto=" << autoScan << " manual=" << manual << ": " << state_;
   }
   OJson layer(const std::string& name) const { return state_.value("layers", OJson::object()).value(name, OJson()); }
   // The mail-scan row as (enabled, check hidden, label colour, tooltip).

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <tuple>
 
 namespace wren {
 namespace {
@@ -32,7 +33,7 @@ class InstallTest : public ::testing::Test {
     ASSERT_NE(::mkdtemp(tmpl), nullptr);
     root_ = tmpl;
     env_ = {.home = root_ / "home", .configHome = root_ / "home/.config", .executable = fs::canonical(WREN_BRIDGE_EXE),
-            .systemRoot = root_ / "sysroot", .out = &out_, .err = &err_};
+            .systemRoot = root_ / "sysroot", .path = "", .out = &out_, .err = &err_};
     fs::create_directories(env_.home);
   }
   void TearDown() override { fs::remove_all(root_); }
@@ -58,7 +59,7 @@ class InstallTest : public ::testing::Test {
 };
 
 TEST_F(InstallTest, WritesTheManifestOfEveryBrowserForTheUser) {
-  ASSERT_EQ(install({}), 0) << err_.str();
+  ASSERT_EQ(install({"--browser", "all"}), 0) << err_.str();
   for (const char* dir : {"chromium/NativeMessagingHosts", "google-chrome/NativeMessagingHosts",
                           "microsoft-edge/NativeMessagingHosts", "BraveSoftware/Brave-Browser/NativeMessagingHosts",
                           "vivaldi/NativeMessagingHosts", ".mozilla/native-messaging-hosts"}) {
@@ -101,7 +102,9 @@ TEST_F(InstallTest, ProfileInstallGoesIntoTheProfileOnlyAndIdsToTheirFamily) {
   EXPECT_FALSE(fs::exists(env_.home / ".mozilla"));
 
   const std::string other = "abcdefghijklmnopabcdefghijklmnop";
-  ASSERT_EQ(install({"--extension-id", other, "--extension-id", kDevOrigin, "--extension-id", other}), 0) << err_.str();
+  ASSERT_EQ(install({"--browser=all", "--extension-id", other, "--extension-id", kDevOrigin, "--extension-id", other}),
+            0)
+      << err_.str();
   EXPECT_EQ(manifestAt(userManifest("chromium/NativeMessagingHosts"))["allowed_origins"],
             Json::array({"chrome-extension://" + other + "/", kDevOrigin}));
   // No Firefox id given: Firefox keeps the Wren add-on's own.
@@ -127,7 +130,7 @@ TEST_F(InstallTest, BadArgumentsWriteNothing) {
 }
 
 TEST_F(InstallTest, SystemInstallUsesTheSystemLocationsAndNamesTheBrowsersWithoutOne) {
-  ASSERT_EQ(install({"--system"}), 0) << err_.str();
+  ASSERT_EQ(install({"--system", "--browser", "all"}), 0) << err_.str();
   for (const char* dir : {"etc/chromium/native-messaging-hosts", "etc/opt/chrome/native-messaging-hosts",
                           "etc/opt/edge/native-messaging-hosts", "usr/lib/mozilla/native-messaging-hosts"})
     EXPECT_TRUE(fs::exists(env_.systemRoot / dir / "com.wren.bridge.json")) << dir;
@@ -144,7 +147,7 @@ TEST_F(InstallTest, ALocationThatCannotBeWrittenFailsTheCommandButNotTheOtherBro
 }
 
 TEST_F(InstallTest, UninstallRemovesWhatInstallWrote) {
-  ASSERT_EQ(install({}), 0);
+  ASSERT_EQ(install({"--browser", "all"}), 0);
   ASSERT_EQ(uninstall({}), 0) << err_.str();
   EXPECT_FALSE(fs::exists(userManifest("chromium/NativeMessagingHosts")));
   EXPECT_FALSE(fs::exists(userManifest(".mozilla/native-messaging-hosts")));
@@ -192,6 +195,15 @@ TEST_F(InstallTest, DoctorNamesWhatIsWrongWithAManifest) {
     auto [ok, lines] = doctor({"--user-data-dir", profile.string()});
     EXPECT_FALSE(ok);
     EXPECT_NE(lines.find(problem), std::string::npos) << lines;
+  }
+}
+
+TEST(PackagedManifestTest, TheManifestsThePackageInstallsAreTheOnesInstallWrites) {
+  for (auto [family, dir, id] : {std::tuple{BrowserFamily::kChromium, "chromium", std::string(kDevelopmentExtensionId)},
+                                 std::tuple{BrowserFamily::kFirefox, "firefox", std::string(kFirefoxExtensionId)}}) {
+    SCOPED_TRACE(dir);
+    const std::string text = readText(fs::path(WREN_PACKAGED_MANIFESTS) / dir / "com.wren.bridge.json");
+    EXPECT_EQ(text, hostManifest(family, WREN_PACKAGED_HOST_PATH, {id}).dump(2) + "\n");
   }
 }
 

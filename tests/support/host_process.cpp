@@ -56,6 +56,8 @@ HostProcess::HostProcess(const std::string& exe, const std::vector<std::string>&
       std::lock_guard lock(mutex_);
       errText_.append(buf, static_cast<size_t>(n));
     }
+    std::lock_guard lock(mutex_);
+    errEnded_ = true;
   });
 }
 
@@ -163,6 +165,14 @@ std::vector<std::string> HostProcess::logLines() const {
   for (size_t start = 0, nl; (nl = errText_.find('\n', start)) != std::string::npos; start = nl + 1)
     lines.push_back(errText_.substr(start, nl - start));
   return lines;
+}
+
+std::optional<std::string> HostProcess::stderrToEnd(std::chrono::milliseconds timeout) const {
+  for (auto deadline = Clock::now() + timeout;; std::this_thread::sleep_for(std::chrono::milliseconds(5))) {
+    std::lock_guard lock(mutex_);
+    if (errEnded_) return errText_;
+    if (Clock::now() >= deadline) return std::nullopt;
+  }
 }
 
 bool HostProcess::waitForLog(const std::string& text, std::chrono::milliseconds timeout) const {

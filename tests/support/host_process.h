@@ -44,6 +44,8 @@ class HostProcess {
 
   // Everything the host wrote to stderr so far, as lines.
   std::vector<std::string> logLines() const;
+  // All the host wrote to stderr, once it closed stderr (exited); nullopt if it did not within the timeout.
+  std::optional<std::string> stderrToEnd(std::chrono::milliseconds timeout = std::chrono::seconds(15)) const;
   // Waits until a stderr line contains `text`.
   bool waitForLog(const std::string& text, std::chrono::milliseconds timeout = std::chrono::seconds(5)) const;
 
@@ -57,6 +59,7 @@ class HostProcess {
   std::thread errReader_;
   mutable std::mutex mutex_;
   std::string errText_;
+  bool errEnded_ = false;
 };
 
 }  // namespace wren::test

@@ -60,7 +60,16 @@ void TestServer::start() {
   port_ = server_->bind_to_any_port("127.0.0.1");
   if (port_ <= 0) throw std::runtime_error("test server could not bind");
   thread_ = std::thread([this] { server_->listen_after_bind(); });
-  while (!server_->is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  // The listener thread only has to start; a busy machine may delay that.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (!server_->is_running()) {
+    if (std::chrono::steady_clock::now() >= deadline) {
+      server_->stop();
+      thread_.join();
+      throw std::runtime_error("test server did not start listening");
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
 }
 
 TestServer::~TestServer() { server_->stop(); thread_.join(); }
