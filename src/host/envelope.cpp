@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "util/json_parse.h"
+
 namespace wren {
 namespace {
 
@@ -75,7 +77,9 @@ ParsedEnvelope parsePopover(const Json& j) {
 }  // namespace
 
 ParsedEnvelope parseEnvelope(std::string_view payload) {
-  Json j = Json::parse(payload, nullptr, /*allow_exceptions=*/false);
+  std::optional<Json> parsed = parseJson(payload);
+  if (!parsed) return fail("frame is not JSON or nests deeper than " + std::to_string(kMaxJsonDepth) + " levels");
+  const Json& j = *parsed;
   if (!j.is_object()) return fail("frame is not a JSON object");
   auto type = j.find("type");
   if (type == j.end() || !type->is_string()) return fail("frame without a text \"type\"");

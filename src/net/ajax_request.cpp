@@ -95,7 +95,7 @@ HttpError transportError(CURLcode rc, const AjaxRequest& request) {
 
 void deliverFailure(AjaxRequest& request, const std::optional<HttpResponse>& response, const HttpError& error) {
   if (request.kind == AjaxRequest::Kind::RawPost) {
-    if (request.rawFailure) request.rawFailure(response, decodeContainerLoosely(request.responseBody), error);
+    if (request.rawFailure) request.rawFailure(response, decodeLoosely(request.responseBody), error);
     return;
   }
   Logging::logWarningWithTag(std::nullopt, error.localizedDescription);

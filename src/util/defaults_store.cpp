@@ -1,6 +1,7 @@
 #include "util/defaults_store.h"
 
 #include "util/fd_io.h"
+#include "util/json_parse.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -114,9 +115,9 @@ Json DefaultsStore::read() const {
     text.append(buffer, static_cast<size_t>(n));
     if (text.size() > static_cast<size_t>(kMaxFileSize)) return Json::object();
   }
-  Json parsed = Json::parse(text, nullptr, /*allow_exceptions=*/false);
-  if (!parsed.is_object()) return Json::object();  // corrupt: replaced by the next write
-  return parsed;
+  std::optional<Json> parsed = parseJson(text);
+  if (!parsed || !parsed->is_object()) return Json::object();  // corrupt: replaced by the next write
+  return std::move(*parsed);
 }
 
 std::optional<std::string> DefaultsStore::stringForKey(std::string_view key) const {

@@ -5,6 +5,7 @@
 #include "net/answer_decoding.h"
 #include "net/ascii_text.h"
 #include "net/query_encoding.h"
+#include "util/json_parse.h"
 
 namespace wren {
 namespace {
@@ -32,6 +33,9 @@ TEST(AsciiTextTest, EveryNonAsciiCodePointBecomesOneQuestionMark) {
   for (const auto& [in, out] : cases) EXPECT_EQ(asciiWithSubstitutes(in), out) << in;
 }
 
+// n arrays, one in the other.
+std::string nested(size_t n) { return std::string(n, '[') + std::string(n, ']'); }
+
 TEST(AnswerDecodingTest, StatusTypeAndBody) {
   struct Case {
     long status;
@@ -48,7 +52,13 @@ TEST(AnswerDecodingTest, StatusTypeAndBody) {
       {200, std::nullopt, "{}", HttpError::kUnacceptableContentType, {}},
       {200, "text/html", " ", HttpError::kUnacceptableContentType, {}},
       {300, "text/html", "oops", HttpError::kBadStatus, {}},  // status before type
-      {200, "application/json", "\"s\"", HttpError::kCannotDecode, {}},
+      // Any JSON value is an answer; the callers judge whether it is a dictionary.
+      {200, "application/json", "\"s\"", 0, Json("s")},
+      {200, "application/json", "7", 0, Json(7)},
+      {200, "application/json", "true", 0, Json(true)},
+      {200, "application/json", "null", 0, Json(nullptr)},
+      {200, "application/json", std::string("{}\0{}", 5), HttpError::kCannotDecode, {}},  // NUL, then more text
+      {200, "application/json", nested(kMaxJsonDepth + 1), HttpError::kCannotDecode, {}},  // too deep
       {200, "application/json", "{\"a\":", HttpError::kCannotDecode, {}},
       {200, "application/json", "  ", HttpError::kCannotDecode, {}},  // two blanks are not nothing
   };
@@ -59,6 +69,7 @@ TEST(AnswerDecodingTest, StatusTypeAndBody) {
     EXPECT_EQ(d.body, c.decoded);
   }
   EXPECT_FALSE(decodeAnswer(200, "text/javascript", "{}", kDefaultJsonMediaTypes).error);
+  EXPECT_FALSE(decodeAnswer(200, "application/json", nested(kMaxJsonDepth), {"application/json"}).error);
 }
 
 }  // namespace
