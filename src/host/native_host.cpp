@@ -107,16 +107,8 @@ void NativeHost::handlePopoverEvent(const std::string& event, const std::optiona
       button->mouseEntered();
     } else if (event == "mouseExited") {
       button->mouseExited();
-    } else if (name == "btnAutoRating") {
-      popover_.btnAutoRatingClicked(button);
-    } else if (name == "btnManualRating") {
-      popover_.btnManualRatingClicked(button);
-    } else if (name == "btnVeldrin") {
-      popover_.btnVeldrinClicked(button);
-    } else if (name == "btnSettings") {
-      popover_.btnSettingsClicked(button);
-    } else {
-      popover_.btnHelpClicked(button);
+    } else if (!button->click()) {
+      systemLog("[wren-bridge] ignored popover click: " + name + " is disabled");
     }
   }
   // A freshly opened popup needs the state even when this showing changed
