@@ -4,6 +4,7 @@
 
 #include "net/answer_decoding.h"
 #include "net/ascii_text.h"
+#include "net/http_headers.h"
 #include "net/query_encoding.h"
 #include "util/json_parse.h"
 
@@ -22,6 +23,19 @@ TEST(QueryStringTest, EncodesParameterDictionaries) {
       {{{"e", Json::object()}, {"f", Json::array()}, {"g", -7}}, "g=-7"},  // empty containers give nothing
   };
   for (const auto& [parameters, query] : cases) EXPECT_EQ(queryStringFromParameters(parameters), query) << query;
+}
+
+TEST(HeaderValueTest, EveryControlByteIsEscapedAndNothingElse) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"plain value, \"quoted\" & 100%", "plain value, \"quoted\" & 100%"},  // blanks and "%" stay
+      {"a\r\nX-Evil: 1", "a%0D%0AX-Evil: 1"},
+      {std::string("a\0b", 3), "a%00b"},
+      {"tab\there", "tab%09here"},
+      {"\x01\x1f\x7f", "%01%1F%7F"},
+      {"caf\xC3\xA9", "caf\xC3\xA9"},  // bytes of UTF-8 text are not control bytes
+  };
+  for (const auto& [in, out] : cases) EXPECT_EQ(safeHeaderValue(in), out) << in;
+  for (const char* name : {"", "A:B", "A B", "A\tB", "A\x7f"}) EXPECT_FALSE(isSendableHeaderName(name)) << name;
 }
 
 TEST(AsciiTextTest, EveryNonAsciiCodePointBecomesOneQuestionMark) {
