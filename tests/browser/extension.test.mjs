@@ -1,25 +1,33 @@
-// End to end: Debian's Chromium with the Wren extension, wren-bridge started
-// by the browser through the manifest that `wren-bridge install` wrote, and
+// End to end, in Chromium and in Firefox: the Wren extension (Firefox: the
+// variant that extension/build-firefox.sh builds), wren-bridge started by the
+// browser through the manifest that `wren-bridge install` wrote, and
 // wren-service-sim as the local protection service. Each test has a browser,
-// a host and a simulator of its own.
+// a host and a simulator of its own, and ends with the extension's console
+// free of errors and warnings.
 import assert from 'node:assert/strict';
-import { afterEach, test } from 'node:test';
-import { hostProcesses, startSession, STEP_TIMEOUT_MS, waitFor } from './harness.mjs';
+import { afterEach, describe, test as nodeTest } from 'node:test';
+import { BROWSERS, hostProcesses, startSession, STEP_TIMEOUT_MS, waitFor } from './harness.mjs';
 import { MAIL_ADDRESS, RATED_LINKS } from './pages.mjs';
+
+// A browser start with the first page rated takes up to 10 s on a busy
+// machine; a test is a few such steps.
+const TEST_TIMEOUT_MS = 90000;
+const test = (name, fn) => nodeTest(name, { timeout: TEST_TIMEOUT_MS }, fn);
 
 let session = null;
 
-async function open(options) {
-  session = await startSession(options);
-  return session;
-}
-
 afterEach(async () => {
+  const problems = session?.console.filter((m) => m.level === 'warn' || m.level === 'error') ?? [];
   await session?.close();
   session = null;
+  assert.deepEqual(problems, [], 'the extension\'s console has no errors or warnings');
 });
 
-const levelOf = (page, selector) => page.getAttribute(selector, 'data-wren-level');
+const levelOf = (page, selector) =>
+  page.evaluate((s) => document.querySelector(s)?.getAttribute('data-wren-level') ?? null, selector);
+const attributeOf = (page, selector, name) =>
+  page.evaluate((s, n) => document.querySelector(s)?.getAttribute(n) ?? null, selector, name);
+const waitAttached = (page, selector) => page.waitForSelector(selector, { timeout: STEP_TIMEOUT_MS });
 
 // The popup's rows as the user sees them.
 function readRows(popup) {
@@ -54,146 +62,163 @@ async function rowsWhen(popup, what, predicate) {
   }
 }
 
-test('links are rated and marked, short links flagged for resolving, links in frames and added later too',
-  async () => {
-    const s = await open();
-    await s.openReadyPage();
-    const page = await s.openPage(s.pages.url('/links.html'));
-    for (const link of RATED_LINKS) {
-      await page.waitForSelector(`#${link.id}[data-wren-level]`, { state: 'attached', timeout: STEP_TIMEOUT_MS });
-      assert.equal(await levelOf(page, `#${link.id}`), String(link.level), link.href);
-    }
-    assert.match(await page.getAttribute('#phish', 'title'), /^Wren: dangerous/);
-    assert.equal(await page.$eval('#phish', (a) => getComputedStyle(a).outlineColor), 'rgb(217, 48, 37)');
+for (const browser of BROWSERS) {
+  describe(browser, () => {
+    const open = async (options = {}) => {
+      session = await startSession({ browser, ...options });
+      return session;
+    };
 
-    const frame = page.frame({ url: /inner\.html$/ });
-    await frame.waitForSelector('#framed[data-wren-level="3"]', { timeout: STEP_TIMEOUT_MS });
-    await page.waitForSelector('#added[data-wren-level="3"]', { timeout: STEP_TIMEOUT_MS });
+    test('links are rated and marked, short links flagged for resolving, links in frames and added later too',
+      async () => {
+        const s = await open();
+        await s.openReadyPage();
+        const page = await s.openPage(s.pages.url('/links.html'));
+        for (const link of RATED_LINKS) {
+          await waitAttached(page, `#${link.id}[data-wren-level]`);
+          assert.equal(await levelOf(page, `#${link.id}`), String(link.level), link.href);
+        }
+        assert.match(await attributeOf(page, '#phish', 'title'), /^Wren: dangerous/);
+        assert.equal(await page.$eval('#phish', (a) => getComputedStyle(a).outlineColor), 'rgb(217, 48, 37)');
 
-    // The host flagged the short link, and only it, for resolving.
-    const rating = s.sim.requestsTo('/BrowserExt/rating').find((r) =>
-      Object.values(r.headers).includes('http://bit.ly/wren-test'));
-    assert.ok(rating, 'a rating request carried the short link');
-    const headers = Object.fromEntries(Object.entries(rating.headers).map(([h, v]) => [h.toLowerCase(), v]));
-    const flagged = Object.keys(headers).filter((h) => h.endsWith('_needresolving') && headers[h] === 'true');
-    assert.deepEqual(flagged.map((h) => headers[h.replace(/needresolving$/, 'url')]), ['http://bit.ly/wren-test'],
-      JSON.stringify(rating.headers));
+        const frame = await waitFor('the inner frame', () => page.frames().find((f) => f.url().endsWith('/inner.html')));
+        await waitAttached(frame, '#framed[data-wren-level="3"]');
+        await waitAttached(page, '#added[data-wren-level="3"]');
+
+        // The host flagged the short link, and only it, for resolving.
+        const rating = s.sim.requestsTo('/BrowserExt/rating').find((r) =>
+          Object.values(r.headers).includes('http://bit.ly/wren-test'));
+        assert.ok(rating, 'a rating request carried the short link');
+        const headers = Object.fromEntries(Object.entries(rating.headers).map(([h, v]) => [h.toLowerCase(), v]));
+        const flagged = Object.keys(headers).filter((h) => h.endsWith('_needresolving') && headers[h] === 'true');
+        assert.deepEqual(flagged.map((h) => headers[h.replace(/needresolving$/, 'url')]), ['http://bit.ly/wren-test'],
+          JSON.stringify(rating.headers));
+      });
+
+    test('manual rating runs on Alt+Shift+R while automatic scanning is off', async () => {
+      const s = await open({ simArgs: ['--auto', 'off'] });
+      await s.openReadyPage();
+      const page = await s.openPage(s.pages.url('/links.html'));
+      await waitAttached(page, 'html[data-wren-page-level]');
+      assert.equal(await levelOf(page, '#phish'), null, 'no automatic rating');
+      await page.keyboard.down('Alt');
+      await page.keyboard.down('Shift');
+      await page.keyboard.press('KeyR');
+      await page.keyboard.up('Shift');
+      await page.keyboard.up('Alt');
+      await waitAttached(page, '#phish[data-wren-level="3"]');
+      assert.equal(await levelOf(page, '#safe'), '1');
+    });
+
+    test('the page itself is rated', async () => {
+      const s = await open();
+      await s.openReadyPage();
+      const page = await s.openPage(s.pages.url('/page.html', 'caution.wren-test.example'));
+      await waitAttached(page, 'html[data-wren-page-level]');
+      assert.equal(await attributeOf(page, 'html', 'data-wren-page-level'), '2');
+      assert.equal(await attributeOf(page, 'html', 'data-wren-page-category'), 'Spam');
+      assert.ok(s.sim.requestsTo('/BrowserExt/rating', 'type=wtp').length >= 1);
+    });
+
+    test('a block page is reloaded to the blocked address remembered from the previous one', async () => {
+      const s = await open();
+      await s.openReadyPage();
+      const blocked = s.pages.url('/block.html?code=B123');
+      const first = await s.openPage(blocked);
+      await waitAttached(first, 'html[data-wren-page-level]');
+      const second = await s.browser.newPage();
+      await second.goto(s.pages.url('/block.html'));
+      await waitFor(`the second block page to load ${blocked}`, () => second.url() === blocked);
+    });
+
+    test('the popup shows the rows for the simulator\'s settings, with the hover highlight', async () => {
+      const s = await open({ simArgs: ['--manual', 'off'] });
+      await s.openReadyPage();
+      const popup = await s.openPopup();
+      const rows = await rowsWhen(popup, 'the popover state', (r) =>
+        r.viewAutoRating?.enabled && r.viewVeldrin?.tooltip);
+      // [outlet, title, checked, enabled]; not a web-mail page, so the mail-scan row is greyed with its tooltip.
+      assert.deepEqual(rows.map((r) => [r.outlet, r.title, r.checked, r.enabled]), [
+        ['viewAutoRating', 'Automatic scan', true, true], ['viewManualRating', 'Manual rating', false, true],
+        ['viewVeldrin', 'Veldrin Scam Scanner', false, false], ['viewSettings', 'Settings', false, true],
+        ['viewHelp', 'Help', false, true]]);
+      assert.deepEqual([rows[2].color, rows[2].tooltip],
+        ['grey', 'Works for Gmail and Yahoo Mail when you are signed in.']);
+      // The popup's own type, which Chromium's style for extension pages must not shrink.
+      assert.deepEqual(await popup.$$eval('.label', (labels) => [...new Set(labels.map((l) => getComputedStyle(l).fontSize))]),
+        ['13px']);
+
+      await popup.hover('[data-outlet="btnSettings"]');
+      await rowsWhen(popup, 'the settings row highlighted', (r) => r.viewSettings.highlighted);
+      const look = await popup.$eval('[data-outlet="viewSettings"] .highlight', (e) => {
+        const style = getComputedStyle(e);
+        return { image: style.backgroundImage, border: style.borderTopColor, width: style.borderTopWidth,
+          radius: style.borderTopLeftRadius };
+      });
+      assert.equal(look.image, 'linear-gradient(rgb(240, 245, 252), rgb(224, 233, 244))');
+      assert.deepEqual([look.border, look.width, look.radius], ['rgb(187, 204, 221)', '1px', '3px']);
+      await popup.hover('[data-outlet="btnHelp"]');
+      await rowsWhen(popup, 'the highlight moved to help',
+        (r) => r.viewHelp.highlighted && !r.viewSettings.highlighted);
+    });
+
+    test('in the dark appearance the highlight is drawn in the system highlight colour', async () => {
+      const s = await open({ colorScheme: 'dark' });
+      await s.openReadyPage();
+      const popup = await s.openPopup();
+      await rowsWhen(popup, 'the popover state', (r) => r.viewHelp?.enabled);
+      await popup.hover('[data-outlet="btnHelp"]');
+      await rowsWhen(popup, 'the help row highlighted', (r) => r.viewHelp.highlighted);
+      const [image, highlight] = await popup.$eval('[data-outlet="viewHelp"] .highlight', (e) => {
+        const probe = document.createElement('div');
+        probe.style.color = 'Highlight';
+        document.body.append(probe);
+        return [getComputedStyle(e).backgroundImage, getComputedStyle(probe).color];
+      });
+      assert.equal(image, `linear-gradient(${highlight}, ${highlight})`);
+    });
+
+    test('a click on the automatic-scan row switches it off in the service and closes the popup', async () => {
+      const s = await open();
+      await s.openReadyPage();
+      const popup = await s.openPopup();
+      await rowsWhen(popup, 'the automatic-scan row usable and checked',
+        (r) => r.viewAutoRating?.enabled && r.viewAutoRating.checked);
+      await popup.click('[data-outlet="btnAutoRating"]');
+      await s.waitForClose(popup);
+      await waitFor('the updateSetting command', () =>
+        s.sim.requestsTo('type=updateSetting', 'name=EnableAutomaticScan', 'value=false').length === 1);
+
+      // The next popup shows the row unchecked.
+      const again = await s.openPopup();
+      await rowsWhen(again, 'the automatic-scan row unchecked',
+        (r) => r.viewAutoRating?.enabled && !r.viewAutoRating.checked);
+    });
+
+    test('on a signed-in web-mail page the mail-scan row is usable and checked', async () => {
+      const s = await open();
+      await s.openReadyPage();
+      const mail = await s.openPage(s.pages.mailUrl);
+      assert.equal(await mail.title(), `Inbox (3) - ${MAIL_ADDRESS} - Gmail`);
+      const popup = await s.openPopup();
+      const rows = await rowsWhen(popup, 'the mail-scan row usable', (r) => r.viewVeldrin?.enabled);
+      const veldrin = rows.find((r) => r.outlet === 'viewVeldrin');
+      assert.equal(veldrin.checked, true);
+      assert.equal(veldrin.tooltip, 'Veldrin Scam Scanner');
+      assert.notEqual(veldrin.color, 'grey');
+      const encoded = Buffer.from(MAIL_ADDRESS).toString('base64');
+      assert.ok(s.sim.requestsTo('type=vds').some((r) => decodeURIComponent(r.target).includes(encoded)),
+        JSON.stringify(s.sim.requestsTo('type=vds').map((r) => r.target)));
+    });
+
+    test('the manifest that wren-bridge install wrote starts the host, which ends when the browser closes',
+      async () => {
+        const s = await open();
+        assert.ok(s.install.includes(`wrote ${s.manifest}`), s.install);
+        await s.openReadyPage();
+        assert.equal(hostProcesses(s.runTag).length, 1);
+        await s.closeBrowser();
+        await waitFor('the host to exit', () => hostProcesses(s.runTag).length === 0);
+      });
   });
-
-test('manual rating runs on Alt+Shift+R while automatic scanning is off', async () => {
-  const s = await open({ simArgs: ['--auto', 'off'] });
-  await s.openReadyPage();
-  const page = await s.openPage(s.pages.url('/links.html'));
-  await page.waitForSelector('html[data-wren-page-level]', { state: 'attached', timeout: STEP_TIMEOUT_MS });
-  assert.equal(await levelOf(page, '#phish'), null, 'no automatic rating');
-  await page.keyboard.press('Alt+Shift+KeyR');
-  await page.waitForSelector('#phish[data-wren-level="3"]', { timeout: STEP_TIMEOUT_MS });
-  assert.equal(await levelOf(page, '#safe'), '1');
-});
-
-test('the page itself is rated', async () => {
-  const s = await open();
-  await s.openReadyPage();
-  const page = await s.openPage(s.pages.url('/page.html', 'caution.wren-test.example'));
-  await page.waitForSelector('html[data-wren-page-level]', { state: 'attached', timeout: STEP_TIMEOUT_MS });
-  assert.equal(await page.getAttribute('html', 'data-wren-page-level'), '2');
-  assert.equal(await page.getAttribute('html', 'data-wren-page-category'), 'Spam');
-  assert.ok(s.sim.requestsTo('/BrowserExt/rating', 'type=wtp').length >= 1);
-});
-
-test('a block page is reloaded to the blocked address remembered from the previous one', async () => {
-  const s = await open();
-  await s.openReadyPage();
-  const blocked = s.pages.url('/block.html?code=B123');
-  const first = await s.openPage(blocked);
-  await first.waitForSelector('html[data-wren-page-level]', { state: 'attached', timeout: STEP_TIMEOUT_MS });
-  const second = await s.context.newPage();
-  await second.goto(s.pages.url('/block.html'));
-  await second.waitForURL(blocked, { timeout: STEP_TIMEOUT_MS });
-});
-
-test('the popup shows the rows for the simulator\'s settings, with the hover highlight', async () => {
-  const s = await open({ simArgs: ['--manual', 'off'] });
-  await s.openReadyPage();
-  const popup = await s.openPopup();
-  const rows = await rowsWhen(popup, 'the popover state', (r) =>
-    r.viewAutoRating?.enabled && r.viewVeldrin?.tooltip);
-  // [outlet, title, checked, enabled]; not a web-mail page, so the mail-scan row is greyed with its tooltip.
-  assert.deepEqual(rows.map((r) => [r.outlet, r.title, r.checked, r.enabled]), [
-    ['viewAutoRating', 'Automatic scan', true, true], ['viewManualRating', 'Manual rating', false, true],
-    ['viewVeldrin', 'Veldrin Scam Scanner', false, false], ['viewSettings', 'Settings', false, true],
-    ['viewHelp', 'Help', false, true]]);
-  assert.deepEqual([rows[2].color, rows[2].tooltip],
-    ['grey', 'Works for Gmail and Yahoo Mail when you are signed in.']);
-
-  await popup.hover('[data-outlet="btnSettings"]');
-  await rowsWhen(popup, 'the settings row highlighted', (r) => r.viewSettings.highlighted);
-  const look = await popup.$eval('[data-outlet="viewSettings"] .highlight', (e) => {
-    const style = getComputedStyle(e);
-    return { image: style.backgroundImage, border: style.borderTopColor, width: style.borderTopWidth,
-      radius: style.borderTopLeftRadius };
-  });
-  assert.equal(look.image, 'linear-gradient(rgb(240, 245, 252), rgb(224, 233, 244))');
-  assert.deepEqual([look.border, look.width, look.radius], ['rgb(187, 204, 221)', '1px', '3px']);
-  await popup.hover('[data-outlet="btnHelp"]');
-  await rowsWhen(popup, 'the highlight moved to help', (r) => r.viewHelp.highlighted && !r.viewSettings.highlighted);
-});
-
-test('in the dark appearance the highlight is drawn in the system highlight colour', async () => {
-  const s = await open({ colorScheme: 'dark' });
-  await s.openReadyPage();
-  const popup = await s.openPopup();
-  await rowsWhen(popup, 'the popover state', (r) => r.viewHelp?.enabled);
-  await popup.hover('[data-outlet="btnHelp"]');
-  await rowsWhen(popup, 'the help row highlighted', (r) => r.viewHelp.highlighted);
-  const [image, highlight] = await popup.$eval('[data-outlet="viewHelp"] .highlight', (e) => {
-    const probe = document.createElement('div');
-    probe.style.color = 'Highlight';
-    document.body.append(probe);
-    return [getComputedStyle(e).backgroundImage, getComputedStyle(probe).color];
-  });
-  assert.equal(image, `linear-gradient(${highlight}, ${highlight})`);
-});
-
-test('a click on the automatic-scan row switches it off in the service and closes the popup', async () => {
-  const s = await open();
-  await s.openReadyPage();
-  const popup = await s.openPopup();
-  await rowsWhen(popup, 'the automatic-scan row usable and checked',
-    (r) => r.viewAutoRating?.enabled && r.viewAutoRating.checked);
-  const closed = popup.waitForEvent('close', { timeout: STEP_TIMEOUT_MS });
-  await popup.click('[data-outlet="btnAutoRating"]');
-  await closed;
-  await waitFor('the updateSetting command', () =>
-    s.sim.requestsTo('type=updateSetting', 'name=EnableAutomaticScan', 'value=false').length === 1);
-
-  // The next popup shows the row unchecked.
-  const again = await s.openPopup();
-  await rowsWhen(again, 'the automatic-scan row unchecked',
-    (r) => r.viewAutoRating?.enabled && !r.viewAutoRating.checked);
-});
-
-test('on a signed-in web-mail page the mail-scan row is usable and checked', async () => {
-  const s = await open();
-  await s.openReadyPage();
-  const mail = await s.openPage(s.pages.mailUrl);
-  assert.equal(await mail.title(), `Inbox (3) - ${MAIL_ADDRESS} - Gmail`);
-  const popup = await s.openPopup();
-  const rows = await rowsWhen(popup, 'the mail-scan row usable', (r) => r.viewVeldrin?.enabled);
-  const veldrin = rows.find((r) => r.outlet === 'viewVeldrin');
-  assert.equal(veldrin.checked, true);
-  assert.equal(veldrin.tooltip, 'Veldrin Scam Scanner');
-  assert.notEqual(veldrin.color, 'grey');
-  const encoded = Buffer.from(MAIL_ADDRESS).toString('base64');
-  assert.ok(s.sim.requestsTo('type=vds').some((r) => decodeURIComponent(r.target).includes(encoded)),
-    JSON.stringify(s.sim.requestsTo('type=vds').map((r) => r.target)));
-});
-
-test('the manifest that wren-bridge install wrote starts the host, which ends when the browser closes', async () => {
-  const s = await open();
-  assert.match(s.install, /wrote .*NativeMessagingHosts\/com\.wren\.bridge\.json/);
-  await s.openReadyPage();
-  assert.equal(hostProcesses(s.runTag).length, 1);
-  await s.context.close();
-  await waitFor('the host to exit', () => hostProcesses(s.runTag).length === 0);
-});
+}

@@ -1,7 +1,11 @@
 // What every browser test needs: the service simulator on a free port, a web
 // server for the test pages (plain HTTP, and HTTPS for the web-mail host), and
-// Debian's Chromium with the Wren extension and a profile whose
-// NativeMessagingHosts/ holds the manifest that `wren-bridge install` wrote.
+// a browser with the Wren extension and the host manifest that
+// `wren-bridge install` wrote: Debian's Chromium (over CDP, the manifest in
+// its profile's NativeMessagingHosts/) or Debian's Firefox ESR (over
+// WebDriver BiDi, the variant that extension/build-firefox.sh builds, the
+// manifest under a throwaway HOME). Both are driven by puppeteer-core; what
+// differs between them stays in this file, so a test is written once.
 import { spawn, execFileSync } from 'node:child_process';
 import crypto from 'node:crypto';
 import fs from 'node:fs';
@@ -10,25 +14,34 @@ import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 import readline from 'node:readline';
 import { setTimeout as sleep } from 'node:timers/promises';
-import { chromium } from 'playwright-core';
+import puppeteer from 'puppeteer-core';
 import { startPageServers } from './pages.mjs';
 
-export const CHROMIUM = process.env.WREN_CHROMIUM || '/usr/lib/chromium/chromium';
+export const BROWSERS = ['chromium', 'firefox'];
+export const EXECUTABLES = {
+  chromium: process.env.WREN_CHROMIUM || '/usr/lib/chromium/chromium',
+  firefox: process.env.WREN_FIREFOX || '/usr/bin/firefox-esr',
+};
 export const BRIDGE = process.env.WREN_BRIDGE_EXE;
 export const SIM = process.env.WREN_SIM_EXE;
 export const EXTENSION_DIR = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../../extension');
 // Fixed by the public key in extension/manifest.json.
 export const EXTENSION_ID = 'kkkadkgcagokddgolmdbmdhkpnbhhahc';
+// browser_specific_settings.gecko.id of extension/manifest.firefox.json.
+const GECKO_ID = 'wren-bridge@wren.example';
+export const BROWSER_NAMES = { chromium: 'Chromium', firefox: 'Firefox' };
 
 // Upper bound for anything the browser, the host and the simulator do in
 // answer to one step of a test; generous, since the machine may be busy.
 export const STEP_TIMEOUT_MS = 15000;
+// Starting Firefox alone takes up to 6 s on a loaded machine.
+const LAUNCH_TIMEOUT_MS = 60000;
 const POLL_MS = 50;
 // How long the ready page waits for its rating before it is loaded again.
 const READY_RETRY_MS = 1000;
 
-export function requireBinaries() {
-  for (const [name, file] of [['WREN_BRIDGE_EXE', BRIDGE], ['WREN_SIM_EXE', SIM], ['chromium', CHROMIUM]]) {
+export function requireBinaries(browser = 'chromium') {
+  for (const [name, file] of [['WREN_BRIDGE_EXE', BRIDGE], ['WREN_SIM_EXE', SIM], [browser, EXECUTABLES[browser]]]) {
     if (!file || !fs.existsSync(file)) throw new Error(`${name} not found (${file ?? 'unset'}); see tests/browser/run.sh`);
   }
 }
@@ -113,78 +126,241 @@ export function hostProcesses(runTag) {
   return found;
 }
 
-// One browser session: simulator, page servers, profile, Chromium. A running
+// Chromium: the console calls and uncaught exceptions of the extension's
+// code (its background, popup and content scripts), as the DevTools protocol
+// reports them for every page and worker.
+async function watchChromiumConsole(browser, messages) {
+  const fromExtension = (stack, url) =>
+    [url, ...(stack?.callFrames ?? []).map((f) => f.url)].some((u) => u?.startsWith(`chrome-extension://${EXTENSION_ID}/`));
+  const watch = async (target) => {
+    if (!['page', 'service_worker', 'other'].includes(target.type())) return;
+    const cdp = await target.createCDPSession().catch(() => null);
+    if (!cdp) return;
+    cdp.on('Runtime.consoleAPICalled', (e) => {
+      if (!fromExtension(e.stackTrace)) return;
+      messages.push({ level: e.type === 'warning' ? 'warn' : e.type,
+        text: e.args.map((a) => a.value ?? a.description ?? '').join(' ') });
+    });
+    cdp.on('Runtime.exceptionThrown', ({ exceptionDetails: d }) => {
+      if (fromExtension(d.stackTrace, d.url)) messages.push({ level: 'error', text: d.exception?.description ?? d.text });
+    });
+    await cdp.send('Runtime.enable').catch(() => {});
+  };
+  browser.on('targetcreated', watch);
+  await Promise.all(browser.targets().map(watch));
+}
+
+// Firefox prints the console calls of extension pages and content scripts
+// on stdout with devtools.console.stdout.content, as
+//   console.warn: "[wren] text" ...
+// and script errors on stderr, as "JavaScript error: URL, line N: text".
+function watchFirefoxConsole(process, messages) {
+  const read = (stream, parse) => {
+    if (stream) readline.createInterface({ input: stream }).on('line', (line) => {
+      const message = parse(line);
+      if (message) messages.push(message);
+    });
+  };
+  read(process.stdout, (line) => {
+    const m = /^console\.(\w+): (.*)$/.exec(line);
+    return m && m[2].includes('[wren]') ? { level: m[1], text: m[2] } : null;
+  });
+  read(process.stderr, (line) => {
+    const m = /^JavaScript (error|warning): (moz-extension:.*)$/.exec(line);
+    return m ? { level: m[1] === 'error' ? 'error' : 'warn', text: m[2] } : null;
+  });
+}
+
+// What differs between the browsers: how each is started with the extension
+// and the host registered, and the address of the popup.
+const drivers = {
+  chromium: {
+    install(root, env) {
+      const profile = path.join(root, 'profile');
+      const text = execFileSync(BRIDGE, ['install', '--user-data-dir', profile], { encoding: 'utf8', env });
+      return { command: 'wren-bridge install --user-data-dir PROFILE', text, profile,
+        manifest: path.join(profile, 'NativeMessagingHosts', 'com.wren.bridge.json') };
+    },
+    async launch({ profile, pages, colorScheme, env, launchOptions }) {
+      const browser = await puppeteer.launch({
+        browser: 'chrome',
+        executablePath: EXECUTABLES.chromium,
+        headless: true,
+        userDataDir: profile,
+        acceptInsecureCerts: true,
+        defaultViewport: null,
+        timeout: LAUNCH_TIMEOUT_MS,
+        // puppeteer turns extensions off unless asked.
+        ignoreDefaultArgs: ['--disable-extensions'],
+        args: [
+          `--disable-extensions-except=${EXTENSION_DIR}`,
+          `--load-extension=${EXTENSION_DIR}`,
+          // Root may not use Chromium's sandbox.
+          ...(process.getuid?.() === 0 ? ['--no-sandbox'] : []),
+          // Test hosts on this machine's page servers.
+          '--host-resolver-rules=MAP *.wren-test.example 127.0.0.1, MAP mail.google.com 127.0.0.1',
+          '--disable-features=HttpsUpgrades',
+          '--no-first-run',
+          ...(colorScheme === 'dark' ? ['--force-dark-mode'] : []),
+        ],
+        env,
+        ...launchOptions,
+      });
+      const target = await browser.waitForTarget((t) =>
+        t.type() === 'service_worker' && t.url().startsWith(`chrome-extension://${EXTENSION_ID}/`),
+      { timeout: STEP_TIMEOUT_MS });
+      return { browser, extensionOrigin: `chrome-extension://${EXTENSION_ID}`, worker: await target.worker() };
+    },
+    watchConsole: ({ browser }, messages) => watchChromiumConsole(browser, messages),
+    navigate: (page, url) => page.goto(url),
+    // A popup window of its own over the focused normal window, as the
+    // toolbar shows it: Chromium draws no background tab, so input sent
+    // there would never arrive.
+    async openPopup({ browser, worker }, url) {
+      const [target] = await Promise.all([
+        browser.waitForTarget((t) => t.url() === url, { timeout: STEP_TIMEOUT_MS }),
+        worker.evaluate((u) => chrome.windows.create({ url: u, type: 'popup', width: 280, height: 240 }), url),
+      ]);
+      return target.page();
+    },
+  },
+  firefox: {
+    install(root, env) {
+      const text = execFileSync(BRIDGE, ['install', '--browser', 'firefox'], { encoding: 'utf8', env });
+      return { command: 'HOME=HOME wren-bridge install --browser firefox', text,
+        manifest: path.join(env.HOME, '.mozilla', 'native-messaging-hosts', 'com.wren.bridge.json'),
+        profile: path.join(root, 'profile') };
+    },
+    async launch({ root, profile, colorScheme, env, launchOptions }) {
+      const extension = path.join(root, 'extension-firefox');
+      execFileSync(path.join(EXTENSION_DIR, 'build-firefox.sh'), [extension], { stdio: 'ignore' });
+      // The moz-extension host is random unless preset.
+      const uuid = crypto.randomUUID();
+      fs.mkdirSync(profile);
+      const browser = await puppeteer.launch({
+        browser: 'firefox',
+        executablePath: EXECUTABLES.firefox,
+        headless: true,
+        userDataDir: profile,
+        acceptInsecureCerts: true,
+        defaultViewport: null,
+        timeout: LAUNCH_TIMEOUT_MS,
+        // Extension pages can be opened in a tab only with system access.
+        args: ['--remote-allow-system-access'],
+        extraPrefsFirefox: {
+          'extensions.webextensions.uuids': JSON.stringify({ [GECKO_ID]: uuid }),
+          // The extension's console on stdout.
+          'devtools.console.stdout.content': true,
+          // Every host name is this machine's (the test pages).
+          'network.dns.forceResolve': '127.0.0.1',
+          'dom.security.https_first': false,
+          // Timings in pages to the microsecond, as in Chromium.
+          'privacy.reduceTimerPrecision': false,
+          'ui.systemUsesDarkTheme': colorScheme === 'dark' ? 1 : 0,
+        },
+        env,
+        ...launchOptions,
+      });
+      try {
+        await browser.installExtension(extension);
+      } catch (e) {
+        await browser.close().catch(() => {});
+        throw e;
+      }
+      return { browser, extensionOrigin: `moz-extension://${uuid}` };
+    },
+    watchConsole: ({ browser }, messages) => watchFirefoxConsole(browser.process(), messages),
+    // Firefox sends no load events for extension pages over BiDi, so a plain
+    // goto never resolves there: navigate the browsing context itself.
+    navigate: (page, url) => (url.startsWith('moz-extension:')
+      ? page.mainFrame().browsingContext.navigate(url, 'complete')
+      : page.goto(url)),
+    // A background tab: the page the user is on stays the active tab of the
+    // focused window, as under a real popup.
+    async openPopup({ browser }, url) {
+      const popup = await browser.newPage({ background: true });
+      await drivers.firefox.navigate(popup, url);
+      return popup;
+    },
+  },
+};
+
+// One browser session: simulator, page servers, the host registered, the
+// browser with the extension. `browser` is 'chromium' or 'firefox'. A running
 // simulator may be handed in as `sim` (it is then left running at close),
 // `env` adds to the environment of the browser and so of the host it starts,
-// and `launchOptions` to Playwright's (a program that stops the session
-// itself on Ctrl-C turns Playwright's own signal handlers off there).
-export async function startSession({ simArgs = [], colorScheme = 'light', sim: givenSim = null, env = {},
-  launchOptions = {} } = {}) {
-  requireBinaries();
+// and `launchOptions` to puppeteer's (a program that stops the session
+// itself on Ctrl-C turns puppeteer's own signal handlers off there).
+// `hostExe` registers another program in wren-bridge's place (a benchmark's
+// stand-in), in the manifest that wren-bridge wrote.
+export async function startSession({ browser: browserName = 'chromium', simArgs = [], colorScheme = 'light',
+  sim: givenSim = null, env = {}, launchOptions = {}, hostExe = null } = {}) {
+  requireBinaries(browserName);
+  const driver = drivers[browserName];
+  if (!driver) throw new Error(`unknown browser ${browserName}`);
   const sim = givenSim ?? (await startSimulator(simArgs));
   const pages = await startPageServers();
   const root = tempDir('wren-browser-test-');
-  const profile = path.join(root, 'profile');
   const home = path.join(root, 'home');
   fs.mkdirSync(home);
   const runTag = crypto.randomUUID();
+  const browserEnv = {
+    ...process.env,
+    HOME: home,
+    XDG_CONFIG_HOME: path.join(home, '.config'),
+    WREN_SERVICE_ORIGIN: sim.origin,
+    WREN_TEST_RUN: runTag,
+    ...env,
+  };
 
   let install;
-  let context;
-  let worker;
+  let launched;
+  const consoleMessages = [];
   try {
-    install = execFileSync(BRIDGE, ['install', '--user-data-dir', profile], { encoding: 'utf8' });
-    context = await chromium.launchPersistentContext(profile, {
-      executablePath: CHROMIUM,
-      headless: true,
-      colorScheme,
-      ignoreHTTPSErrors: true,
-      args: [
-        `--disable-extensions-except=${EXTENSION_DIR}`,
-        `--load-extension=${EXTENSION_DIR}`,
-        // Test hosts on this machine's page servers; the web-mail host on HTTPS.
-        `--host-resolver-rules=MAP *.wren-test.example 127.0.0.1, MAP mail.google.com 127.0.0.1:${pages.httpsPort}`,
-        '--disable-features=HttpsUpgrades',
-        '--no-first-run',
-        // Emulation reaches a popup window only after its script has run, so
-        // the popup could report the light appearance: make the whole
-        // browser dark instead.
-        ...(colorScheme === 'dark' ? ['--force-dark-mode'] : []),
-      ],
-      env: {
-        ...process.env,
-        HOME: home,
-        XDG_CONFIG_HOME: path.join(home, '.config'),
-        WREN_SERVICE_ORIGIN: sim.origin,
-        WREN_TEST_RUN: runTag,
-        ...env,
-      },
-      ...launchOptions,
-    });
-    worker = context.serviceWorkers()[0] ?? (await context.waitForEvent('serviceworker'));
+    install = driver.install(root, browserEnv);
+    if (hostExe) {
+      const manifest = JSON.parse(fs.readFileSync(install.manifest, 'utf8'));
+      fs.writeFileSync(install.manifest, JSON.stringify({ ...manifest, path: path.resolve(hostExe) }));
+    }
+    launched = await driver.launch({ root, profile: install.profile, pages, colorScheme, env: browserEnv,
+      launchOptions });
+    await driver.watchConsole(launched, consoleMessages);
   } catch (e) {
     // Nothing of a session that never started may outlive it.
-    await context?.close().catch(() => {});
+    await launched?.browser.close().catch(() => {});
     if (!givenSim) await sim.stop();
     await pages.close();
     fs.rmSync(root, { recursive: true, force: true });
     throw e;
   }
 
+  const { browser, extensionOrigin } = launched;
+  let closed = false;
   const session = {
+    browserName,
     sim,
     pages,
-    context,
-    worker,
+    browser,
     runTag,
-    install,
-    // A tab on `url` that has been rated, so the host has loaded the
-    // service's settings and the toolbar gate is open.
+    // What `wren-bridge install` printed, how it was called (the temp dir
+    // named by its role), and the manifest it wrote.
+    install: install.text,
+    installCommand: install.command,
+    manifest: install.manifest,
+    // The extension's console messages so far, each { level, text }.
+    console: consoleMessages,
+    popupUrl: `${extensionOrigin}/popup.html`,
+    // Loads `url` in `page`, extension pages included.
+    navigate: (page, url) => driver.navigate(page, url),
+    // A tab on `url`; the first one reuses the browser's blank tab.
     async openPage(url) {
-      const page = context.pages().find((p) => p.url() === 'about:blank') ?? (await context.newPage());
-      await page.goto(url);
+      const blank = (await browser.pages()).find((p) => p.url() === 'about:blank');
+      const page = blank ?? (await browser.newPage());
+      await driver.navigate(page, url);
       return page;
     },
+    // A tab on the ready page once it has been rated, so the host has loaded
+    // the service's settings and the toolbar gate is open.
     //
     // The extension has the host load the settings as soon as it connects,
     // but a page that asks before the answer is in is dropped by the gate
@@ -193,25 +369,32 @@ export async function startSession({ simArgs = [], colorScheme = 'light', sim: g
       await waitFor('the host to ask for the settings', () => sim.requestsTo('/BrowserExt/setting').length > 0);
       const page = await session.openPage(pages.url('/ready.html'));
       await waitFor('the ready page to be rated', async () => {
-        const rated = await page.waitForSelector('html[data-wren-page-level]', { state: 'attached', timeout: READY_RETRY_MS })
+        const rated = await page.waitForSelector('html[data-wren-page-level]', { timeout: READY_RETRY_MS })
           .then(() => true, () => false);
         if (!rated) await page.reload();
         return rated;
       });
       return page;
     },
-    // The popup in a window of its own, as the toolbar button would show it
-    // over the last focused normal window.
+    // The toolbar popup, where it can be driven like a page while the page
+    // the user is on stays the active tab of the focused window.
     async openPopup() {
-      const url = `chrome-extension://${EXTENSION_ID}/popup.html`;
-      const [popup] = await Promise.all([
-        context.waitForEvent('page', { predicate: (p) => p.url() === url, timeout: STEP_TIMEOUT_MS }),
-        worker.evaluate((u) => chrome.windows.create({ url: u, type: 'popup', width: 280, height: 240 }), url),
-      ]);
+      const popup = await driver.openPopup(launched, session.popupUrl);
+      await popup.waitForSelector('.row', { timeout: STEP_TIMEOUT_MS });
       return popup;
     },
+    // Resolves once `page` has gone (the popup closes itself); Firefox does
+    // not tell puppeteer, but the page then answers no more.
+    async waitForClose(page) {
+      await waitFor('the page to close', () => page.isClosed() || page.evaluate(() => false).then(() => false, () => true));
+    },
+    async closeBrowser() {
+      if (closed) return;
+      closed = true;
+      await browser.close().catch(() => {});
+    },
     async close() {
-      await context.close().catch(() => {});
+      await session.closeBrowser();
       if (!givenSim) await sim.stop();
       await pages.close();
       fs.rmSync(root, { recursive: true, force: true });

@@ -86,7 +86,8 @@ export async function startPageServers() {
     httpsPort,
     // An address of a test page; `host` may be any *.wren-test.example name.
     url: (pathname, host = '127.0.0.1') => `http://${host}:${httpPort}${pathname}`,
-    mailUrl: 'https://mail.google.com/mail/u/0/#inbox',
+    // The browser resolves mail.google.com to this machine.
+    mailUrl: `https://mail.google.com:${httpsPort}/mail/u/0/#inbox`,
     async close() {
       for (const server of [plain, secure]) {
         server.closeAllConnections();

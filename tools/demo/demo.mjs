@@ -2,11 +2,13 @@
 // sample rules and its simulated mail-scan cloud, then
 //   part one, the sample page's requests sent through `wren-bridge send`, each
 //     answer printed as the page receives it;
-//   part two, Debian's Chromium with the Wren extension and the host that
-//     `wren-bridge install` registered in a fresh profile, on the same sample
-//     page; the marked page and the popup are saved as screenshots.
+//   part two, Debian's Chromium (or Firefox ESR) with the Wren extension and
+//     the host that `wren-bridge install` registered in a fresh profile (or a
+//     throwaway HOME), on the same sample page; the marked page and the popup
+//     are saved as screenshots.
 //
-//   node tools/demo/demo.mjs [OUT_DIR]      (default: out/ of the checkout)
+//   node tools/demo/demo.mjs [--browser chromium|firefox] [OUT_DIR]
+//                                  (default: Chromium, out/ of the checkout)
 //
 // WREN_BRIDGE_EXE and WREN_SIM_EXE name the binaries (scripts/demo sets them).
 // Everything it starts is stopped and every temp dir removed, also on failure;
@@ -18,11 +20,22 @@ import os from 'node:os';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
-import { EXTENSION_ID, BRIDGE, requireBinaries, startSession, startSimulator, waitFor } from '../../tests/browser/harness.mjs';
+import { BRIDGE, BROWSER_NAMES, BROWSERS, requireBinaries, startSession, startSimulator, waitFor }
+  from '../../tests/browser/harness.mjs';
 
 const HERE = path.dirname(fileURLToPath(import.meta.url));
 const ROOT = path.resolve(HERE, '../..');
-const OUT_DIR = path.resolve(process.argv[2] ?? path.join(ROOT, 'out'));
+
+function parseArguments(args) {
+  let browser = 'chromium';
+  let outDir = null;
+  for (let i = 0; i < args.length; i++) {
+    if (args[i] === '--browser' && BROWSERS.includes(args[i + 1])) browser = args[++i];
+    else if (!args[i].startsWith('-') && outDir === null) outDir = args[i];
+    else throw new Error(`usage: demo.mjs [--browser ${BROWSERS.join('|')}] [OUT_DIR]`);
+  }
+  return { browser, outDir: path.resolve(outDir ?? path.join(ROOT, 'out')) };
+}
 const PAGE_FILE = path.join(HERE, 'demo-pages', 'index.html');
 // The simulator's sample rules, which it also has built in.
 const RULES_FILE = path.join(ROOT, 'tools', 'service-sim', 'rules.json');
@@ -176,13 +189,13 @@ async function startPageServer() {
 
 // The links and the page once the extension has marked them all.
 async function markedPage(page, url) {
-  await page.setViewportSize({ width: PAGE_WIDTH, height: 600 });
+  await page.setViewport({ width: PAGE_WIDTH, height: 600 });
   return waitFor('the extension to mark the sample page\'s links', async () => {
     if (page.url() !== url) await page.goto(url);
     const done = await page.waitForFunction(() =>
       document.documentElement.hasAttribute('data-wren-page-level') &&
       [...document.querySelectorAll('a[href]')].every((a) => a.hasAttribute('data-wren-level')),
-    null, { timeout: PAGE_RETRY_MS }).then(() => true, () => false);
+    { timeout: PAGE_RETRY_MS }).then(() => true, () => false);
     if (!done) {
       await page.reload();
       return null;
@@ -225,11 +238,13 @@ async function cleanUp() {
   }
 }
 
-async function partTwo(sim, cliLevels, links) {
-  console.log('\n== Part two: Chromium with the extension; the browser starts the host');
+async function partTwo(sim, cliLevels, links, browser, outDir) {
+  const name = BROWSER_NAMES[browser];
+  console.log(`\n== Part two: ${name} with the extension; the browser starts the host`);
   const server = await startPageServer();
   defer(() => server.close());
   const starting = startSession({
+    browser,
     sim,
     env: { WREN_CA_FILE: sim.cloud.caFile, WREN_VELDRIN_API: sim.cloud.origin },
     // finish() closes the browser on a signal, before it exits.
@@ -239,14 +254,14 @@ async function partTwo(sim, cliLevels, links) {
   // up (one that fails to start removes itself).
   defer(async () => (await starting.catch(() => null))?.close());
   const session = await starting;
-  console.log(`   wren-bridge install --user-data-dir PROFILE said: ${session.install.trim()}`);
+  console.log(`   ${session.installCommand} said: ${session.install.trim()}`);
   // The host loads the service's settings when it connects; until then the
   // toolbar gate drops what pages ask.
   await waitFor('the host to ask the service for its settings', () => sim.requestsTo('/BrowserExt/setting').length > 0);
   const page = await session.openPage('about:blank');
   const marked = await markedPage(page, server.url);
 
-  console.log(`\n${server.url} in Chromium, links as the extension marked them:`);
+  console.log(`\n${server.url} in ${name}, links as the extension marked them:`);
   const width = Math.max(...links.map((l) => l.url.length));
   for (const link of marked.links) {
     const cli = cliLevels.get(link.url);
@@ -259,27 +274,22 @@ async function partTwo(sim, cliLevels, links) {
     throw new Error('the browser rated the links differently from `wren-bridge send`');
   }
 
-  fs.mkdirSync(OUT_DIR, { recursive: true });
-  const pageShot = path.join(OUT_DIR, 'rated-page.png');
+  fs.mkdirSync(outDir, { recursive: true });
+  const pageShot = path.join(outDir, 'rated-page.png');
   await page.screenshot({ path: pageShot, fullPage: true });
 
-  // In a tab of its own, at the size a toolbar popover has.
-  const popup = await session.context.newPage();
-  await popup.setViewportSize(POPUP_SIZE);
-  await popup.goto(`chrome-extension://${EXTENSION_ID}/popup.html`);
+  // Over the sample page, as the toolbar shows it, at the size a toolbar
+  // popover has, drawn at twice the density.
+  const popup = await session.openPopup();
+  await popup.setViewport({ ...POPUP_SIZE, deviceScaleFactor: POPUP_SCALE });
   const rows = await popupRows(popup);
-  console.log(`\nThe popup (chrome-extension://${EXTENSION_ID}/popup.html), drawn from the host's state:`);
+  console.log(`\nThe popup (${session.popupUrl}), drawn from the host's state:`);
   for (const r of rows) {
     console.log(`  [${r.checked ? 'x' : ' '}] ${pad(r.title, 22)} ${r.enabled ? 'usable' : 'greyed'}` +
       (r.tooltip && r.tooltip !== r.title ? `, tooltip "${r.tooltip}"` : ''));
   }
-  const popupShot = path.join(OUT_DIR, 'popup.png');
-  // Drawn at twice the density (Playwright's own screenshots keep the
-  // context's scale of 1).
-  const cdp = await session.context.newCDPSession(popup);
-  const shot = await cdp.send('Page.captureScreenshot',
-    { format: 'png', clip: { x: 0, y: 0, ...POPUP_SIZE, scale: POPUP_SCALE } });
-  fs.writeFileSync(popupShot, Buffer.from(shot.data, 'base64'));
+  const popupShot = path.join(outDir, 'popup.png');
+  await popup.screenshot({ path: popupShot, clip: { x: 0, y: 0, ...POPUP_SIZE } });
 
   const shown = (file) => {
     const relative = path.relative(process.cwd(), file);
@@ -289,7 +299,8 @@ async function partTwo(sim, cliLevels, links) {
 }
 
 async function main() {
-  requireBinaries();
+  const { browser, outDir } = parseArguments(process.argv.slice(2));
+  requireBinaries(browser);
   const links = sampleLinks();
   if (links.length === 0) throw new Error(`no links found in ${PAGE_FILE}`);
   const tmp = fs.mkdtempSync(path.join(os.tmpdir(), 'wren-demo-'));
@@ -297,7 +308,7 @@ async function main() {
   const sim = await startSimulator(['--cloud-port', '0']);
   defer(() => sim.stop());
   const levels = await partOne(sim, tmp, links);
-  await partTwo(sim, levels, links);
+  await partTwo(sim, levels, links, browser, outDir);
 }
 
 let finishing = false;

@@ -1,0 +1,139 @@
+// Round trip in a real browser, measured (a benchmark, not a test): a page
+// asks for the rating of its 20 links and times until every link is marked,
+// that is page -> content script -> background -> native host -> local
+// service -> and all the way back to the page. In Chromium and in Firefox,
+// each with wren-bridge against wren-service-sim and, in the same run, with
+// bench/echo_host.mjs in its place (what the browser itself costs). Prints
+// p50 and p95 of each and the difference.
+//
+//   node bench/browser_roundtrip.mjs [--rounds N] [--browser chromium|firefox]...
+//
+// Needs a build (WREN_BRIDGE_EXE and WREN_SIM_EXE, default build/) and the
+// browser tests' npm packages (PUPPETEER_SKIP_DOWNLOAD=1 npm ci --prefix
+// tests/browser).
+import fs from 'node:fs';
+import os from 'node:os';
+import path from 'node:path';
+import { fileURLToPath } from 'node:url';
+
+const HERE = path.dirname(fileURLToPath(import.meta.url));
+const BUILD = path.resolve(HERE, '../build');
+process.env.WREN_BRIDGE_EXE ??= path.join(BUILD, 'src/host/wren-bridge');
+process.env.WREN_SIM_EXE ??= path.join(BUILD, 'tools/wren-service-sim');
+// After the defaults above: the harness reads them when it is loaded.
+const { BROWSERS, BROWSER_NAMES, startSession, waitFor } = await import('../tests/browser/harness.mjs');
+
+const ECHO_HOST = path.join(HERE, 'echo_host.mjs');
+const LINKS = 20;
+// Rounds before the measured ones: the first ones pay for compiling the
+// scripts and warming the connections.
+const WARMUP_ROUNDS = 20;
+// Past this a round is lost, not slow.
+const ROUND_TIMEOUT_MS = 10000;
+
+function parseArguments(args) {
+  let rounds = 300;
+  const browsers = [];
+  for (let i = 0; i < args.length; i++) {
+    if (args[i] === '--rounds' && Number(args[i + 1]) > 0) rounds = Number(args[++i]);
+    else if (args[i] === '--browser' && BROWSERS.includes(args[i + 1])) browsers.push(args[++i]);
+    else throw new Error(`usage: browser_roundtrip.mjs [--rounds N] [--browser ${BROWSERS.join('|')}]...`);
+  }
+  return { rounds, browsers: browsers.length ? browsers : BROWSERS };
+}
+
+// Links of every level the simulator's built-in rules know, each address once.
+function benchLinks() {
+  const hosts = ['safe.wren-test.example', 'caution.wren-test.example', 'phish.wren-test.example',
+    'malware.wren-test.example', 'www.example.com'];
+  return Array.from({ length: LINKS }, (_, i) => `http://${hosts[i % hosts.length]}/bench/${i}`);
+}
+
+// In the page: `rounds` times, clears the links' marks, asks for a manual
+// rating (the content script's Alt+Shift+R, which rates every link of the
+// page at once) and waits until every link is marked again. Milliseconds.
+function measureInPage(rounds, timeoutMs) {
+  const links = [...document.querySelectorAll('a.bench')];
+  const marked = () => links.every((a) => a.hasAttribute('data-wren-level'));
+  const round = () => new Promise((resolve, reject) => {
+    for (const a of links) a.removeAttribute('data-wren-level');
+    const timer = setTimeout(() => {
+      observer.disconnect();
+      reject(new Error('a round got no answer'));
+    }, timeoutMs);
+    const observer = new MutationObserver(() => {
+      if (!marked()) return;
+      const end = performance.now();
+      observer.disconnect();
+      clearTimeout(timer);
+      resolve(end - start);
+    });
+    observer.observe(document.body, { subtree: true, attributeFilter: ['data-wren-level'] });
+    const start = performance.now();
+    document.dispatchEvent(new KeyboardEvent('keydown', { altKey: true, shiftKey: true, code: 'KeyR', key: 'R' }));
+  });
+  return (async () => {
+    const times = [];
+    for (let i = 0; i < rounds; i++) times.push(await round());
+    return times;
+  })();
+}
+
+async function measure(browser, hostExe, rounds) {
+  const session = await startSession({ browser, hostExe });
+  try {
+    // wren-bridge lets pages through once it has the service's settings;
+    // the echo host at once.
+    const page = hostExe ? await session.openPage(session.pages.url('/ready.html')) : await session.openReadyPage();
+    await page.evaluate((urls) => {
+      for (const url of urls) {
+        const a = document.createElement('a');
+        a.className = 'bench';
+        a.href = url;
+        a.textContent = url;
+        document.body.append(a);
+      }
+    }, benchLinks());
+    // The content script rates links added later by itself.
+    await waitFor('the links to be rated', () =>
+      page.evaluate(() => [...document.querySelectorAll('a.bench')].every((a) => a.hasAttribute('data-wren-level'))));
+    await page.evaluate(measureInPage, WARMUP_ROUNDS, ROUND_TIMEOUT_MS);
+    return await page.evaluate(measureInPage, rounds, ROUND_TIMEOUT_MS);
+  } finally {
+    await session.close();
+  }
+}
+
+function percentile(sorted, p) {
+  return sorted[Math.min(sorted.length - 1, Math.ceil((p / 100) * sorted.length) - 1)];
+}
+
+function summary(times) {
+  const sorted = [...times].sort((a, b) => a - b);
+  return { p50: percentile(sorted, 50), p95: percentile(sorted, 95) };
+}
+
+async function main() {
+  const { rounds, browsers } = parseArguments(process.argv.slice(2));
+  const cpus = os.cpus();
+  console.log(`rateItems of ${LINKS} links, page -> content script -> background -> host -> back to the page;`);
+  console.log(`${rounds} rounds each after ${WARMUP_ROUNDS} warm-up rounds; ${cpus.length} x ${cpus[0]?.model ?? 'CPU'},` +
+    ` load average ${os.loadavg().map((l) => l.toFixed(2)).join(' ')}; node ${process.version}\n`);
+  const rows = [];
+  for (const browser of browsers) {
+    const bridge = summary(await measure(browser, null, rounds));
+    const echo = summary(await measure(browser, ECHO_HOST, rounds));
+    const name = BROWSER_NAMES[browser];
+    rows.push([name, 'wren-bridge + simulator', bridge.p50, bridge.p95]);
+    rows.push([name, 'echo host', echo.p50, echo.p95]);
+    rows.push([name, 'difference', bridge.p50 - echo.p50, bridge.p95 - echo.p95]);
+  }
+  const widths = [8, 24];
+  console.log(`${'browser'.padEnd(widths[0])}  ${'host'.padEnd(widths[1])}  ${'p50 ms'.padStart(7)}  ${'p95 ms'.padStart(7)}`);
+  for (const [name, host, p50, p95] of rows) {
+    console.log(`${name.padEnd(widths[0])}  ${host.padEnd(widths[1])}  ${p50.toFixed(2).padStart(7)}  ${p95.toFixed(2).padStart(7)}`);
+  }
+}
+
+if (!fs.existsSync(ECHO_HOST)) throw new Error(`${ECHO_HOST} is missing`);
+await main();
