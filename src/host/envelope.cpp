@@ -91,8 +91,8 @@ ParsedEnvelope parseEnvelope(std::string_view payload) {
   return fail("unknown frame type \"" + t + "\"");
 }
 
-Json helloFrame(std::string_view version) {
-  return Json{{"type", "hello"}, {"version", version}, {"protocol", kProtocolVersion}};
+Json helloFrame(std::string_view version, std::string_view serviceOrigin) {
+  return Json{{"type", "hello"}, {"version", version}, {"protocol", kProtocolVersion}, {"serviceOrigin", serviceOrigin}};
 }
 
 Json messageFrame(std::string_view name, const Json& page, const std::optional<Json>& userInfo) {

@@ -18,6 +18,7 @@
 #include "server/wren_browser_ext_server.h"
 #include "util/fd_io.h"
 #include "util/logging.h"
+#include "util/service_origin.h"
 #include "util/version.h"
 
 namespace wren {
@@ -116,7 +117,7 @@ void NativeHost::handlePopoverEvent(const std::string& event, const std::optiona
   scheduleState();
 }
 
-void NativeHost::sendHello() { send(helloFrame(kVersion)); }
+void NativeHost::sendHello() { send(helloFrame(kVersion, server_.origin())); }
 
 void NativeHost::send(const Json& frame) {
   if (closed_) return;
@@ -195,7 +196,7 @@ int runNativeMessagingHost() {
   // hello), so it goes out before the set-up below (libcurl and TLS,
   // settings, string tables). Nothing else is ever written before it, and
   // frames the browser sends meanwhile wait in the pipe.
-  if (!writeFrame(outFd, serializeFrame(helloFrame(kVersion)))) {
+  if (!writeFrame(outFd, serializeFrame(helloFrame(kVersion, serviceOrigin())))) {
     systemLog("[wren-bridge] cannot write to the browser; closing");
     Logging::flush();
     ::close(outFd);
