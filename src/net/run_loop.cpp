@@ -118,7 +118,8 @@ void RunLoop::addTransfer(CURL* easy, std::function<void(CURLcode)> done) {
     burst_ = true;
     waiting_.emplace_back(easy, std::move(done));
     if (waiting_.size() <= kMaxWaitingTransfers) return;
-    auto [oldest, dropped] = std::move(waiting_.front());
+    CURL* oldest = waiting_.front().first;
+    auto dropped = std::move(waiting_.front().second);
     waiting_.pop_front();
     // One line for the first drop of a burst; the count follows when it ends.
     if (droppedInBurst_++ == 0)

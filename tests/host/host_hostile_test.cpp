@@ -32,6 +32,22 @@ std::string zeros(size_t n) {
   return out;
 }
 
+// What a stand-in server answers next; set by the test, read on the
+// server's threads, which may still run after a test body has returned.
+struct NextAnswer {
+  void set(int newStatus, std::string newBody) {
+    std::lock_guard lock(mutex);
+    status = newStatus, body = std::move(newBody);
+  }
+  std::pair<int, std::string> get() {
+    std::lock_guard lock(mutex);
+    return {status, body};
+  }
+  std::mutex mutex;
+  int status = 200;
+  std::string body = "{}";
+};
+
 class HostileHostTest : public HostTest {
  protected:
   void TearDown() override {
@@ -89,12 +105,13 @@ TEST_F(HostileHostTest, HostileServiceAnswersFailOrAreJudgedAndNeverFollowed) {
       {"a NUL, then more", 200, std::string(R"({"results":[]})") + '\0' + "{}", "not valid JSON", false},
       {"printed into the log", 200, nested(500, zeros(100'000)), "results is not correct", false},
   };
-  std::string body;
-  int status = 200;
-  answer({.other = [&](const httplib::Request& req, httplib::Response& res) {
+  auto next = std::make_shared<NextAnswer>();
+  answer({.other = [next, location = elsewhere.origin() + "/collect"](const httplib::Request& req,
+                                                                      httplib::Response& res) {
     if (req.path != "/BrowserExt/rating") return;
+    auto [status, body] = next->get();
     res.status = status;
-    if (status == 302) res.set_header("Location", elsewhere.origin() + "/collect");
+    if (status == 302) res.set_header("Location", location);
     res.set_content(body, "application/json");
   }});
   start();
@@ -102,7 +119,7 @@ TEST_F(HostileHostTest, HostileServiceAnswersFailOrAreJudgedAndNeverFollowed) {
   int n = 0;
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    body = row.body, status = row.status;  // read by the handler only while a request is in flight
+    next->set(row.status, row.body);
     const std::string page = "rate-" + std::to_string(n++);
     host_->send(message("rateItems", page, OJson{{"type", "AutomaticScan"}, {"urls", {{{"url", "http://a/"}, {"id", 1}}}}}));
     EXPECT_TRUE(!row.logged || host_->waitForLog(row.logged));
@@ -114,11 +131,12 @@ TEST_F(HostileHostTest, HostileServiceAnswersFailOrAreJudgedAndNeverFollowed) {
 }
 
 TEST_F(HostileHostTest, HostileCloudAnswersFailAndItsLogLineStaysShort) {
-  std::string body;
-  int status = 200;
-  cloud_->setHandler([&](const httplib::Request& req, httplib::Response& res) {
+  auto next = std::make_shared<NextAnswer>();
+  cloud_->setHandler([next, location = cloud_->origin() + "/elsewhere"](const httplib::Request& req,
+                                                                        httplib::Response& res) {
+    auto [status, body] = next->get();
     res.status = status;
-    if (status == 307) res.set_header("Location", cloud_->origin() + "/elsewhere");
+    if (status == 307) res.set_header("Location", location);
     if (req.path == "/mail/key/mails") res.set_content(body, "application/json");
   });
   start({{"WREN_VELDRIN_API", cloud_->origin()}, {"WREN_CA_FILE", cert_.certFile}});
@@ -131,7 +149,7 @@ TEST_F(HostileHostTest, HostileCloudAnswersFailAndItsLogLineStaysShort) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    body = row.body, status = row.status;
+    next->set(row.status, row.body);
     cloud_->clear();
     auto got = ask("vd_scan_email", "scan", OJson{{"jwt", "t"}, {"json", "{}"}}, 15s);
     ASSERT_TRUE(got);
@@ -140,7 +158,7 @@ TEST_F(HostileHostTest, HostileCloudAnswersFailAndItsLogLineStaysShort) {
   }
   // A dictionary 500 deep around 100,000 values: the page gets it, and the
   // service's log line describing it is cut while it is printed.
-  body = R"({"verdict":)" + nested(500, zeros(100'000)) + "}", status = 200;
+  next->set(200, R"({"verdict":)" + nested(500, zeros(100'000)) + "}");
   ASSERT_TRUE(ask("vd_scan_email", "scan", OJson{{"jwt", "t"}, {"json", "{}"}}, 15s));
   ASSERT_TRUE(eventually([&] { return logInfos().size() >= 2; }));
   EXPECT_EQ(logInfos().back().rfind("Server response is {verdict:(", 0), 0u);
