@@ -24,6 +24,10 @@ const kPopoverEvents = new Set(["viewWillAppear", "viewDidAppear", "click", "mou
 
 let port = null;
 let hostVersion = null;
+// The local service's origin, from the host's hello: block pages are its
+// own documents, so only they may report one, and a page is sent back only
+// to an address of it.
+let serviceOrigin = null;
 let reconnectDelay = kReconnectFirstMs;
 let reconnectTimer = null;
 const popups = new Set();
@@ -49,6 +53,7 @@ function connectHost() {
     if (port !== p) return;
     port = null;
     hostVersion = null;
+    serviceOrigin = null;
     lastPopoverState = null;
     broadcastStatus();
     scheduleReconnect();
@@ -78,6 +83,7 @@ function handleHostFrame(frame) {
   switch (frame.type) {
     case "hello":
       hostVersion = typeof frame.version === "string" ? frame.version : "";
+      serviceOrigin = typeof frame.serviceOrigin === "string" ? originOf(frame.serviceOrigin) : null;
       reconnectDelay = kReconnectFirstMs;
       broadcastStatus();
       // A new host knows nothing yet: let it load the settings now rather
@@ -100,6 +106,20 @@ function handleHostFrame(frame) {
 
 // ---- pages ------------------------------------------------------------------
 
+function originOf(address) {
+  try {
+    return new URL(address).origin;
+  } catch {
+    return null;
+  }
+}
+
+// Whether `address` belongs to the local service (never when the host has
+// not said where it is).
+function isServiceAddress(address) {
+  return serviceOrigin !== null && typeof address === "string" && originOf(address) === serviceOrigin;
+}
+
 function isIndex(value) {
   return Number.isInteger(value) && value >= 0;
 }
@@ -108,6 +128,10 @@ function deliverToPage(frame) {
   const page = frame.page;
   if (!page || !isIndex(page.tabId) || !WrenPageProtocol.isToPage(frame.name)) {
     console.debug("[wren] dropped host message", frame.name);
+    return;
+  }
+  if (frame.name === "reload_block_page" && !isServiceAddress(frame.userInfo?.href)) {
+    console.warn("[wren] refused to reload a block page to an address outside the local service");
     return;
   }
   const message = { wren: "page", name: frame.name };
@@ -120,6 +144,12 @@ function deliverToPage(frame) {
 api.runtime.onMessage.addListener((message, sender) => {
   if (sender.id !== api.runtime.id || !sender.tab || !message || message.wren !== "page") return;
   if (!WrenPageProtocol.isToHost(message.name)) return;
+  // Any page can carry the block-page marker; only the service's own are
+  // block pages.
+  if (message.name === "block_page" && !isServiceAddress(sender.url)) {
+    console.warn("[wren] refused block_page from a page outside the local service");
+    return;
+  }
   const frame = { type: "message", name: message.name, page: { tabId: sender.tab.id, frameId: sender.frameId ?? 0 } };
   const userInfo = message.userInfo;
   if (userInfo !== undefined && userInfo !== null) {

@@ -81,8 +81,10 @@
     }
   });
 
-  // Manual rating on demand.
+  // Manual rating on demand, from the user's own key press only: a page's
+  // script can dispatch a synthetic one, which is not trusted.
   document.addEventListener("keydown", (event) => {
+    if (!event.isTrusted) return;
     if (event.altKey && event.shiftKey && !event.ctrlKey && !event.metaKey && event.code === "KeyR") {
       rate("ManualScanner", [...document.querySelectorAll("a[href]")]);
     }

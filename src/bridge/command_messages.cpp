@@ -4,6 +4,7 @@
 #include "bridge/safari_extension_handler.h"
 #include "server/wren_browser_ext_server.h"
 #include "util/common.h"
+#include "util/json_parse.h"
 #include "util/logging.h"
 
 namespace wren {
@@ -19,9 +20,8 @@ void SafariExtensionHandler::sendCommand(const BrowserHandle& page, const Json& 
       info,
       [&browser, page, request = info, version = buildVersion_](const Json& answer) {
         Json reply = request;
-        Json extra = answer;
-        extra["buildVersion"] = version;
-        reply.update(extra);  // the answer's keys win over the page's
+        mergeObject(reply, answer);  // the answer's keys win over the page's
+        mergeObject(reply, Json{{"buildVersion", version}});
         browser.dispatchMessageToScript(page, "vd_send_command", reply);
       },
       [&browser, page, request = info](const std::optional<HttpResponse>&, const std::optional<HttpError>&) {

@@ -1,6 +1,7 @@
 #include "bridge/safari_extension_handler.h"
 
 #include <array>
+#include <cctype>
 #include <utility>
 
 #include "bridge/log_text.h"
@@ -102,8 +103,15 @@ void SafariExtensionHandler::openNewTab(const Json& info) {
     systemLog("[SafariToolbar] vd_open_new_tab: url is not a text, nothing opened");
     return;
   }
+  const std::string& address = url->get_ref<const std::string&>();
+  if (!isWebAddress(address)) {
+    // javascript:, file:, chrome: and the like would run or reveal something
+    // in the browser with the page's words; a tab is only ever a web page.
+    systemLog("[SafariToolbar] vd_open_new_tab: not an http or https address, nothing opened");
+    return;
+  }
   Browser& browser = browser_;
-  browser.getActiveWindow([&browser, address = escapeForNewTab(url->get<std::string>())](const BrowserHandle& w) {
+  browser.getActiveWindow([&browser, address = escapeForNewTab(address)](const BrowserHandle& w) {
     if (w.is_null()) return;
     browser.openTab(w, address, true);
   });
@@ -149,6 +157,23 @@ void SafariExtensionHandler::blockPage(const BrowserHandle& page, const Json& in
   // Each remembered address is handed out once.
   browser_.dispatchMessageToScript(page, "reload_block_page", Json{{"href", *lastBlockUrl_}});
   lastBlockUrl_.reset();
+}
+
+bool isWebAddress(std::string_view url) {
+  // The scheme as a browser reads it: leading blanks and control bytes
+  // skipped, tabs and line breaks inside ignored, any case.
+  std::string scheme;
+  bool started = false;
+  for (char c : url) {
+    auto byte = static_cast<unsigned char>(c);
+    if (!started && byte <= 0x20) continue;
+    started = true;
+    if (c == '\t' || c == '\n' || c == '\r') continue;
+    if (c == ':') break;
+    scheme += static_cast<char>(std::tolower(byte));
+    if (scheme.size() > 5) return false;
+  }
+  return scheme == "http" || scheme == "https";
 }
 
 std::string escapeForNewTab(const std::string& url) {

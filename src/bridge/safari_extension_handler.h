@@ -101,6 +101,10 @@ class SafariExtensionHandler {
   SafariExtensionViewController& popoverViewControllerInstance();
 };
 
+// Whether a browser would read the address as http: or https: (the only
+// kinds "vd_open_new_tab" opens).
+bool isWebAddress(std::string_view url);
+
 // Escapes exactly "<", ">" and " " (as %3C, %3E, %20); everything else,
 // "%" included, stays, so an address already escaped is not escaped twice.
 std::string escapeForNewTab(const std::string& url);

@@ -17,6 +17,7 @@
 #include "server/wren_browser_ext_server.h"
 #include "util/defaults_store.h"
 #include "util/json.h"
+#include "util/json_parse.h"
 #include "util/logging.h"
 #include "util/version.h"
 
@@ -111,12 +112,12 @@ int runSendCommand(const std::vector<std::string>& args) {
   }
   std::optional<Json> userInfo;
   if (args.size() == 2) {
-    Json parsed = Json::parse(args[1], nullptr, false);
-    if (parsed.is_discarded() || !parsed.is_object()) {
+    std::optional<Json> parsed = parseJson(args[1]);
+    if (!parsed || !parsed->is_object()) {
       std::fprintf(stderr, "wren-bridge send: the dictionary must be a JSON object\n");
       return 2;
     }
-    userInfo = std::move(parsed);
+    userInfo = std::move(*parsed);
   }
   CliWorld world;
   // As in the browser: a toolbar validation loads the service's switches, so

@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "util/json_parse.h"
+
 namespace wren {
 namespace {
 
@@ -75,7 +77,9 @@ ParsedEnvelope parsePopover(const Json& j) {
 }  // namespace
 
 ParsedEnvelope parseEnvelope(std::string_view payload) {
-  Json j = Json::parse(payload, nullptr, /*allow_exceptions=*/false);
+  std::optional<Json> parsed = parseJson(payload);
+  if (!parsed) return fail("frame is not JSON or nests deeper than " + std::to_string(kMaxJsonDepth) + " levels");
+  const Json& j = *parsed;
   if (!j.is_object()) return fail("frame is not a JSON object");
   auto type = j.find("type");
   if (type == j.end() || !type->is_string()) return fail("frame without a text \"type\"");
@@ -87,8 +91,8 @@ ParsedEnvelope parseEnvelope(std::string_view payload) {
   return fail("unknown frame type \"" + t + "\"");
 }
 
-Json helloFrame(std::string_view version) {
-  return Json{{"type", "hello"}, {"version", version}, {"protocol", kProtocolVersion}};
+Json helloFrame(std::string_view version, std::string_view serviceOrigin) {
+  return Json{{"type", "hello"}, {"version", version}, {"protocol", kProtocolVersion}, {"serviceOrigin", serviceOrigin}};
 }
 
 Json messageFrame(std::string_view name, const Json& page, const std::optional<Json>& userInfo) {

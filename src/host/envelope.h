@@ -46,7 +46,9 @@ struct ParsedEnvelope {
 
 ParsedEnvelope parseEnvelope(std::string_view payload);
 
-Json helloFrame(std::string_view version);
+// The first frame: the host's version and protocol, and the local service's
+// origin, the only one whose documents may report a block page.
+Json helloFrame(std::string_view version, std::string_view serviceOrigin);
 Json messageFrame(std::string_view name, const Json& page, const std::optional<Json>& userInfo);
 Json callFrame(long long id, std::string_view method, Json arguments);
 Json popoverStateFrame(const Json& state);

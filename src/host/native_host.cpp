@@ -10,12 +10,15 @@
 #include "bridge/mail_scan_relay.h"
 #include "bridge/safari_extension_handler.h"
 #include "host/framing.h"
+#include "host/stdin_reader.h"
 #include "net/ajax.h"
 #include "popover/popover_state.h"
 #include "popover/safari_extension_view_controller.h"
 #include "server/setting.h"
 #include "server/wren_browser_ext_server.h"
+#include "util/fd_io.h"
 #include "util/logging.h"
+#include "util/service_origin.h"
 #include "util/version.h"
 
 namespace wren {
@@ -23,8 +26,13 @@ namespace wren {
 NativeHost::NativeHost(RunLoop& loop, int outFd, Ajax& ajax, Setting& setting, WrenBrowserExtServer& server,
                        SafariExtensionViewController& popover, std::function<void()> onClosed)
     : loop_(loop),
-      outFd_(outFd),
       onClosed_(std::move(onClosed)),
+      out_(loop, outFd,
+           [this] {
+             systemLog("[wren-bridge] cannot write to the browser; closing");
+             closed_ = true;
+             if (onClosed_) onClosed_();
+           }),
       browser_(loop, [this](const Json& frame) { send(frame); }),
       server_(server),
       popover_(popover),
@@ -100,16 +108,8 @@ void NativeHost::handlePopoverEvent(const std::string& event, const std::optiona
       button->mouseEntered();
     } else if (event == "mouseExited") {
       button->mouseExited();
-    } else if (name == "btnAutoRating") {
-      popover_.btnAutoRatingClicked(button);
-    } else if (name == "btnManualRating") {
-      popover_.btnManualRatingClicked(button);
-    } else if (name == "btnVeldrin") {
-      popover_.btnVeldrinClicked(button);
-    } else if (name == "btnSettings") {
-      popover_.btnSettingsClicked(button);
-    } else {
-      popover_.btnHelpClicked(button);
+    } else if (!button->click()) {
+      systemLog("[wren-bridge] ignored popover click: " + name + " is disabled");
     }
   }
   // A freshly opened popup needs the state even when this showing changed
@@ -117,7 +117,7 @@ void NativeHost::handlePopoverEvent(const std::string& event, const std::optiona
   scheduleState();
 }
 
-void NativeHost::sendHello() { send(helloFrame(kVersion)); }
+void NativeHost::sendHello() { send(helloFrame(kVersion, server_.origin())); }
 
 void NativeHost::send(const Json& frame) {
   if (closed_) return;
@@ -129,15 +129,17 @@ void NativeHost::send(const Json& frame) {
               " bytes: a browser accepts at most " + std::to_string(kMaxOutgoingFrameBytes));
     return;
   }
-  if (!writeFrame(outFd_, payload)) {
-    systemLog("[wren-bridge] cannot write to the browser; closing");
-    closed_ = true;
-    if (onClosed_) onClosed_();
+  if (out_.push(payload) == OutputQueue::Push::kRefused) {
+    std::string what = frame.value("type", "");
+    if (frame.contains("name") && frame["name"].is_string()) what += " \"" + frame["name"].get<std::string>() + "\"";
+    systemLog("[wren-bridge] dropped " + what + " frame: the browser has not read the " +
+              std::to_string(out_.queuedBytes()) + " bytes before it");
   }
 }
 
-void NativeHost::handlePayload(const std::string& payload) {
-  ParsedEnvelope parsed = parseEnvelope(payload);
+void NativeHost::handlePayload(const std::string& payload) { handleEnvelope(parseEnvelope(payload)); }
+
+void NativeHost::handleEnvelope(const ParsedEnvelope& parsed) {
   if (!parsed.value) {
     systemLog("[wren-bridge] dropped frame: " + parsed.error);
     return;
@@ -174,6 +176,8 @@ int takeProtocolStdout() {
 }  // namespace
 
 int runNativeMessagingHost() {
+  // Log lines are dropped, not waited for, when stderr is full (util/logging.h).
+  makeNonBlocking(STDERR_FILENO);
   int outFd = takeProtocolStdout();
   if (outFd < 0) {
     systemLog("[wren-bridge] cannot take stdout for the protocol");
@@ -192,7 +196,7 @@ int runNativeMessagingHost() {
   // hello), so it goes out before the set-up below (libcurl and TLS,
   // settings, string tables). Nothing else is ever written before it, and
   // frames the browser sends meanwhile wait in the pipe.
-  if (!writeFrame(outFd, serializeFrame(helloFrame(kVersion)))) {
+  if (!writeFrame(outFd, serializeFrame(helloFrame(kVersion, serviceOrigin())))) {
     systemLog("[wren-bridge] cannot write to the browser; closing");
     Logging::flush();
     ::close(outFd);
@@ -206,6 +210,12 @@ int runNativeMessagingHost() {
   SafariExtensionViewController& popover = SafariExtensionViewController::sharedController();
   NativeHost host(loop, outFd, ajax, setting, server, popover, [&loop] { loop.quit(); });
 
+  StdinReader reader(
+      loop, STDIN_FILENO, [&host](ParsedEnvelope parsed) { host.handleEnvelope(parsed); }, [&loop] { loop.quit(); });
+  if (!reader.start()) {
+    systemLog("[wren-bridge] cannot create a pipe");
+    return 1;
+  }
   std::atomic<bool> stopping{false};
   std::thread signals([&loop, &stopping, stopSignals] {
     int sig = 0;
@@ -215,40 +225,15 @@ int runNativeMessagingHost() {
     }
   });
 
-  int cancel[2];
-  if (::pipe(cancel) != 0) {
-    systemLog("[wren-bridge] cannot create a pipe");
-    return 1;
-  }
-  std::thread reader([&loop, &host, cancelFd = cancel[0]] {
-    FrameReader frames(STDIN_FILENO, cancelFd);
-    for (;;) {
-      ReadResult r = frames.next();
-      if (r.status == ReadStatus::kFrame) {
-        loop.post([&host, payload = std::move(r.payload)] { host.handlePayload(payload); });
-        continue;
-      }
-      if (r.status == ReadStatus::kTooLong)
-        systemLog("[wren-bridge] frame of " + std::to_string(r.announced) + " bytes announced, over the limit of " +
-                  std::to_string(kMaxIncomingFrameBytes) + "; the stream cannot be resynchronised, exiting");
-      else if (r.status != ReadStatus::kEndOfStream)
-        systemLog(std::string("[wren-bridge] ") + std::string(readStatusName(r.status)) + " on stdin; exiting");
-      // Queued behind the frames already read, so those are still handled.
-      loop.post([&loop] { loop.quit(); });
-      return;
-    }
-  });
 
   loop.run();
   // Stop both helper threads and wait for them, so nothing posts to the loop
-  // while it is torn down.
+  // while it is torn down; the loop runs no more, so what they posted is
+  // dropped with it.
   stopping = true;
-  (void)!::write(cancel[1], "x", 1);
-  reader.join();
+  reader.stop();
   pthread_kill(signals.native_handle(), SIGTERM);
   signals.join();
-  ::close(cancel[0]);
-  ::close(cancel[1]);
   Logging::flush();
   ::close(outFd);
   return 0;

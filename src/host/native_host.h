@@ -9,6 +9,7 @@
 #include <string>
 
 #include "host/native_browser.h"
+#include "host/output_queue.h"
 #include "mailscan/mail_scan_client.h"
 
 namespace wren {
@@ -21,8 +22,8 @@ class SafariExtensionHandler;
 
 class NativeHost {
  public:
-  // Frames go to outFd. onClosed runs once when the browser can no longer be
-  // written to. The popover controller outlives every connection; the host
+  // Frames go to outFd, which is made non-blocking (see OutputQueue).
+  // onClosed runs once when the browser can no longer be written to. The popover controller outlives every connection; the host
   // points it at this connection's browser while it lives.
   NativeHost(RunLoop& loop, int outFd, Ajax& ajax, Setting& setting, WrenBrowserExtServer& server,
              SafariExtensionViewController& popover, std::function<void()> onClosed);
@@ -31,6 +32,8 @@ class NativeHost {
   void sendHello();
   // One frame's payload, as read from the extension.
   void handlePayload(const std::string& payload);
+  // The same, parsed already.
+  void handleEnvelope(const ParsedEnvelope& parsed);
 
   NativeBrowser& browser() { return browser_; }
   SafariExtensionHandler& handler() { return *handler_; }
@@ -45,9 +48,9 @@ class NativeHost {
   void scheduleState();
 
   RunLoop& loop_;
-  int outFd_;
   std::function<void()> onClosed_;
   bool closed_ = false;
+  OutputQueue out_;
   NativeBrowser browser_;
   WrenBrowserExtServer& server_;
   SafariExtensionViewController& popover_;

@@ -26,7 +26,8 @@
 namespace wren {
 
 // Success of the GETs and the form/JSON POST: (response, decoded body). The
-// body is an object or an array, or nullopt for an empty body.
+// body is any JSON value (a caller that wants a dictionary checks), or
+// nullopt for an empty body.
 using AjaxSuccess = std::function<void(const HttpResponse&, const std::optional<Json>& body)>;
 // Failure of those: (response when the server answered, error).
 using AjaxFailure = std::function<void(const std::optional<HttpResponse>&, const HttpError&)>;

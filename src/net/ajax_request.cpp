@@ -13,8 +13,6 @@ namespace wren {
 
 namespace {
 
-// Redirects followed before giving up; more than a handful means a loop.
-constexpr long kMaxRedirects = 10;
 // Only the web: a URL from page or service data must not reach file:// etc.
 constexpr const char* kAllowedProtocols = "http,https";
 // The local service is always reached directly, whatever proxy is set.
@@ -43,7 +41,7 @@ size_t onHeader(char* data, size_t size, size_t count, void* user) {
   size_t n = size * count;
   std::string_view line(data, n);
   if (line.substr(0, 5) == "HTTP/") {
-    // A new response begins (after a redirect or an interim 1xx): only the
+    // A new response begins (after an interim 1xx): only the
     // final one's fields are handed over.
     request->response.headerFields.clear();
     return n;
@@ -77,6 +75,9 @@ HttpError transportError(CURLcode rc, const AjaxRequest& request) {
     return {HttpError::kTooLarge, "Request failed: the answer is larger than " +
                                       std::to_string(Ajax::kMaxBodyBytes / (1024 * 1024)) + " MiB"};
   switch (rc) {
+    case RunLoop::kDroppedTransfer:
+      return {code, "Request failed: dropped unsent, " + std::to_string(RunLoop::kMaxWaitingTransfers) +
+                        " newer requests were waiting"};
     case CURLE_COULDNT_CONNECT:
       return {code, "Could not connect to server: " + detail(rc, request)};
     case CURLE_OPERATION_TIMEDOUT:
@@ -95,7 +96,7 @@ HttpError transportError(CURLcode rc, const AjaxRequest& request) {
 
 void deliverFailure(AjaxRequest& request, const std::optional<HttpResponse>& response, const HttpError& error) {
   if (request.kind == AjaxRequest::Kind::RawPost) {
-    if (request.rawFailure) request.rawFailure(response, decodeContainerLoosely(request.responseBody), error);
+    if (request.rawFailure) request.rawFailure(response, decodeLoosely(request.responseBody), error);
     return;
   }
   Logging::logWarningWithTag(std::nullopt, error.localizedDescription);
@@ -146,9 +147,12 @@ CURLcode configure(CURL* easy, AjaxRequest& request) {
   OptionSetter set{easy};
   set(CURLOPT_URL, request.url.c_str());
   set(CURLOPT_PROTOCOLS_STR, kAllowedProtocols);
-  set(CURLOPT_REDIR_PROTOCOLS_STR, kAllowedProtocols);
-  set(CURLOPT_FOLLOWLOCATION, 1L);
-  set(CURLOPT_MAXREDIRS, kMaxRedirects);
+  // Redirects are never followed: the local service never sends one, and the
+  // cloud is asked only at its own address. Followed, a redirect would carry
+  // a page's addresses (in the rating headers), a token or a mail body to
+  // wherever it points, or down from https to http. A 3xx answer fails like
+  // any status outside 2xx.
+  set(CURLOPT_FOLLOWLOCATION, 0L);
   set(CURLOPT_NOSIGNAL, 1L);
   set(CURLOPT_NOPROXY, kNeverProxied);
   set(CURLOPT_ERRORBUFFER, request.errorBuffer);

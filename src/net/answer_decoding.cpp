@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "util/json_parse.h"
+
 namespace wren {
 
 namespace {
@@ -79,20 +81,19 @@ DecodedAnswer decodeAnswer(long status, const std::optional<std::string>& conten
                                           (contentType ? type : std::string("(none)"))}};
   }
   if (decodesToNothing(body)) return {};
-  Json parsed = Json::parse(body, nullptr, /*allow_exceptions=*/false);
-  if (parsed.is_discarded())
-    return {std::nullopt, HttpError{HttpError::kCannotDecode, "The data couldn't be read: the answer is not valid JSON"}};
-  if (!parsed.is_object() && !parsed.is_array())
+  // Any JSON value is an answer, a bare text, number or null included: what
+  // it should have been is the caller's to judge.
+  std::optional<Json> parsed = parseJson(body);
+  if (!parsed)
     return {std::nullopt, HttpError{HttpError::kCannotDecode,
-                                    "The data couldn't be read: the answer's JSON is not an object or an array"}};
+                                    "The data couldn't be read: the answer is not valid JSON or nests deeper than " +
+                                        std::to_string(kMaxJsonDepth) + " levels"}};
   return {std::move(parsed), std::nullopt};
 }
 
-std::optional<Json> decodeContainerLoosely(const std::string& body) {
+std::optional<Json> decodeLoosely(const std::string& body) {
   if (decodesToNothing(body)) return std::nullopt;
-  Json parsed = Json::parse(body, nullptr, false);
-  if (parsed.is_discarded() || (!parsed.is_object() && !parsed.is_array())) return std::nullopt;
-  return parsed;
+  return parseJson(body);
 }
 
 }  // namespace wren

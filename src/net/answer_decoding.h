@@ -25,13 +25,15 @@ struct DecodedAnswer {
 
 // Status 200..299 first, then (for a non-empty body) the media type against
 // `accepted`, then the body: empty or a single space is nothing, otherwise
-// JSON whose top level is an object or an array.
+// any one JSON value (an object, an array, a text, a number, a boolean or
+// null) within the depth bound of util/json_parse.h. A body with anything
+// after its value (a NUL byte and more text, say) does not decode.
 DecodedAnswer decodeAnswer(long status, const std::optional<std::string>& contentType, const std::string& body,
                            const std::vector<std::string>& accepted);
 
-// The body as a JSON object or array, whatever the status or type said;
-// nullopt otherwise. What a failed raw POST hands over.
-std::optional<Json> decodeContainerLoosely(const std::string& body);
+// The body as JSON, whatever the status or type said; nullopt when it is
+// empty or does not decode. What a failed raw POST hands over.
+std::optional<Json> decodeLoosely(const std::string& body);
 
 // "not found" for 404 and so on; a generic phrase for codes not listed.
 std::string statusText(long status);

@@ -8,13 +8,14 @@
 
 namespace wren {
 
-// A header value with CR, LF and NUL percent-encoded, so page data can never
-// inject a header line.
+// A header value with every control byte (0x00-0x1F, TAB included, and 0x7F)
+// percent-encoded as "%XX", so page data can never inject a header line or
+// smuggle a byte that a parser on the way reads differently.
 std::string safeHeaderValue(std::string_view value);
 // Whether safeHeaderValue would change the value.
 bool needsHeaderEscaping(std::string_view value);
-// A name that can stand before ": " on its own line: not empty, no CR, LF,
-// NUL or ':'.
+// A name that can stand before ": " on its own line: not empty, no control
+// byte, blank or ':'.
 bool isSendableHeaderName(std::string_view name);
 // `base` with every header of `overrides` applied in order: one of the same
 // name (case-insensitive) is replaced where it stands, others are appended.

@@ -1,5 +1,8 @@
 #include "net/run_loop.h"
 
+#include <malloc.h>
+#include <poll.h>
+
 #include <algorithm>
 #include <cassert>
 #include <string>
@@ -31,7 +34,14 @@ bool multiOk(CURLMcode rc, const char* what) {
 RunLoop::RunLoop() : owner_(std::this_thread::get_id()) {
   initCurlOnce();
   multi_ = curl_multi_init();
-  if (!multi_) Logging::logErrorWithTag(std::nullopt, "curl_multi_init failed");
+  if (!multi_) {
+    Logging::logErrorWithTag(std::nullopt, "curl_multi_init failed");
+    return;
+  }
+  // Idle connections kept open for reuse: no more than can be busy at once,
+  // so descriptors stay bounded whatever a burst asked for.
+  multiOk(curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, static_cast<long>(kMaxTransfersInFlight)),
+          "CURLMOPT_MAXCONNECTS");
 }
 
 RunLoop::~RunLoop() {
@@ -44,6 +54,8 @@ RunLoop::~RunLoop() {
     curl_easy_cleanup(easy);
   }
   transfers.clear();
+  for (auto& [easy, done] : waiting_) curl_easy_cleanup(easy);
+  waiting_.clear();
   for (CURL* easy : idleEasy_) curl_easy_cleanup(easy);
   idleEasy_.clear();
   if (multi_) multiOk(curl_multi_cleanup(multi_), "curl_multi_cleanup");
@@ -102,6 +114,23 @@ bool RunLoop::isLoopThread() const { return owner_.load() == std::this_thread::g
 
 void RunLoop::addTransfer(CURL* easy, std::function<void(CURLcode)> done) {
   assert(isLoopThread());
+  if (multi_ && (transfers_.size() >= kMaxTransfersInFlight || !waiting_.empty())) {
+    burst_ = true;
+    waiting_.emplace_back(easy, std::move(done));
+    if (waiting_.size() <= kMaxWaitingTransfers) return;
+    CURL* oldest = waiting_.front().first;
+    auto dropped = std::move(waiting_.front().second);
+    waiting_.pop_front();
+    // One line for the first drop of a burst; the count follows when it ends.
+    if (droppedInBurst_++ == 0)
+      Logging::logWarningWithTag(std::nullopt, "dropped the oldest waiting request: more than " +
+                                                   std::to_string(kMaxWaitingTransfers) + " were waiting");
+    post([oldest, dropped = std::move(dropped)] {
+      if (dropped) dropped(kDroppedTransfer);
+      curl_easy_cleanup(oldest);
+    });
+    return;
+  }
   if (!multi_ || !multiOk(curl_multi_add_handle(multi_, easy), "curl_multi_add_handle")) {
     // Still complete, but never from inside the caller's own call.
     auto shared = std::make_shared<std::function<void(CURLcode)>>(std::move(done));
@@ -120,6 +149,62 @@ CURL* RunLoop::takeEasyHandle() {
   CURL* easy = idleEasy_.back();
   idleEasy_.pop_back();
   return easy;
+}
+
+void RunLoop::startWaiting() {
+  while (transfers_.size() < kMaxTransfersInFlight && !waiting_.empty()) {
+    auto [easy, done] = std::move(waiting_.front());
+    waiting_.pop_front();
+    if (multiOk(curl_multi_add_handle(multi_, easy), "curl_multi_add_handle")) {
+      transfers_[easy] = std::move(done);
+    } else {
+      if (done) done(CURLE_FAILED_INIT);
+      curl_easy_cleanup(easy);
+    }
+  }
+  if (transfers_.empty() && waiting_.empty() && burst_) trimAfterBurst();
+}
+
+void RunLoop::trimAfterBurst() {
+  burst_ = false;
+  if (droppedInBurst_ > 0)
+    Logging::logWarningWithTag(std::nullopt, "a burst of requests is over; " + std::to_string(droppedInBurst_) +
+                                                 " waiting requests were dropped");
+  droppedInBurst_ = 0;
+  // The containers let go of what the burst made them grow to, then the
+  // allocator hands its free pages back.
+  std::deque<std::pair<CURL*, std::function<void(CURLcode)>>>().swap(waiting_);
+  std::unordered_map<CURL*, std::function<void(CURLcode)>>().swap(transfers_);
+  for (CURL* easy : idleEasy_) curl_easy_cleanup(easy);
+  idleEasy_.clear();
+  idleEasy_.shrink_to_fit();
+  malloc_trim(0);
+}
+
+void RunLoop::watchWritable(int fd, Task ready) {
+  assert(isLoopThread());
+  writable_[fd] = std::move(ready);
+}
+
+void RunLoop::unwatch(int fd) { writable_.erase(fd); }
+
+void RunLoop::runWritable(const std::vector<curl_waitfd>& watched) {
+  if (watched.empty()) return;
+  // Asked again without waiting: libcurl reports only in, out and priority,
+  // and a descriptor whose reader is gone reports an error, which must run
+  // its watch too (the write then finds out) rather than wake every poll.
+  std::vector<pollfd> fds;
+  fds.reserve(watched.size());
+  for (const curl_waitfd& w : watched) fds.push_back(pollfd{w.fd, POLLOUT, 0});
+  if (::poll(fds.data(), fds.size(), 0) <= 0) return;
+  for (const pollfd& p : fds) {
+    if (!p.revents) continue;
+    auto it = writable_.find(p.fd);
+    if (it == writable_.end()) continue;
+    Task ready = std::move(it->second);
+    writable_.erase(it);
+    if (ready) ready();
+  }
 }
 
 void RunLoop::recycle(CURL* easy) {
@@ -152,15 +237,22 @@ void RunLoop::turn(int maxWaitMs) {
   // effect of this turn's work as soon as the turn returns. curl_multi_poll
   // also honours libcurl's own timeouts and returns early on a wakeup.
   int wait = waitMs(maxWaitMs);
+  std::vector<curl_waitfd> watched;
+  watched.reserve(writable_.size());
+  for (const auto& [fd, ready] : writable_)
+    watched.push_back(curl_waitfd{fd, CURL_WAIT_POLLOUT, 0});
   if (multi_) {
-    if (!multiOk(curl_multi_poll(multi_, nullptr, 0, wait, nullptr), "curl_multi_poll"))
+    if (!multiOk(curl_multi_poll(multi_, watched.data(), static_cast<unsigned>(watched.size()), wait, nullptr),
+                 "curl_multi_poll"))
       std::this_thread::sleep_for(std::chrono::milliseconds(wait));  // don't spin on a broken handle
     int running = 0;
     multiOk(curl_multi_perform(multi_, &running), "curl_multi_perform");
     finishTransfers();
+    startWaiting();
   } else {
     std::this_thread::sleep_for(std::chrono::milliseconds(std::min(wait, 10)));
   }
+  runWritable(watched);
   runPosted();
   runTimers();
 }

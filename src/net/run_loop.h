@@ -5,7 +5,16 @@
 // curl_multi_wakeup, so nothing ever blocks the loop on the network.
 //
 // Owns the multi handle, every easy handle given to addTransfer() until that
-// transfer's completion has run, and the finished handles kept for reuse.
+// transfer's completion has run (in flight or waiting for a place), and the
+// finished handles kept for reuse.
+//
+// At most kMaxTransfersInFlight transfers run at once; the rest wait in
+// order. When more than kMaxWaitingTransfers wait, the oldest waiting one is
+// dropped: its completion runs with kDroppedTransfer and one line is logged.
+// The oldest goes because its page is the one most likely scrolled past or
+// closed by now, while the newest request is what the user looks at. When a
+// burst is over (nothing in flight or waiting) the loop gives the memory it
+// took back to the system.
 //
 // post() and quit() are safe from any thread; everything else runs on the
 // loop's thread (the thread that created the loop until run() is called).
@@ -14,6 +23,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -52,8 +62,24 @@ class RunLoop {
   void quit();
 
   bool isLoopThread() const;
-  // Transfers in flight (for "exit once nothing is pending").
-  size_t pendingTransfers() const { return transfers_.size(); }
+  // Transfers in flight or waiting (for "exit once nothing is pending").
+  size_t pendingTransfers() const { return transfers_.size() + waiting_.size(); }
+  size_t transfersInFlight() const { return transfers_.size(); }
+
+  // Transfers run at once. The local service answers in milliseconds, so a
+  // few dozen keep it busy; each one more costs a socket and its buffers.
+  static constexpr size_t kMaxTransfersInFlight = 32;
+  // Transfers waiting for a place, about a page's worth of seconds of
+  // ratings; past this the oldest is dropped (see above).
+  static constexpr size_t kMaxWaitingTransfers = 512;
+  // The result a dropped transfer completes with.
+  static constexpr CURLcode kDroppedTransfer = CURLE_ABORTED_BY_CALLBACK;
+
+  // Runs `ready` once, on the loop thread, in the first turn that finds fd
+  // writable (or broken). One watch a descriptor; a new one replaces it.
+  // Loop thread only.
+  void watchWritable(int fd, Task ready);
+  void unwatch(int fd);
 
   // Takes the easy handle into the multi handle; `done` runs on the loop
   // thread with the transfer's result, then the handle is removed and
@@ -83,6 +109,11 @@ class RunLoop {
   void runPosted();
   int runTimers();  // returns ms until the next timer, or -1
   void finishTransfers();
+  // Moves waiting transfers into the multi handle while there is room.
+  void startWaiting();
+  // Gives the memory of a finished burst back to the system.
+  void trimAfterBurst();
+  void runWritable(const std::vector<curl_waitfd>& polled);
   // Resets a finished handle and keeps it, or cleans it up past the bound.
   void recycle(CURL* easy);
   int waitMs(int maxWaitMs);
@@ -95,7 +126,11 @@ class RunLoop {
   TimerId nextTimer_ = 1;
   std::multimap<std::chrono::steady_clock::time_point, std::pair<TimerId, Task>> timers_;
   std::unordered_map<CURL*, std::function<void(CURLcode)>> transfers_;
+  std::deque<std::pair<CURL*, std::function<void(CURLcode)>>> waiting_;
+  size_t droppedInBurst_ = 0;
+  bool burst_ = false;  // transfers had to wait since the loop was last idle
   std::vector<CURL*> idleEasy_;
+  std::map<int, Task> writable_;
 };
 
 }  // namespace wren

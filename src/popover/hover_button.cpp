@@ -53,6 +53,22 @@ void HoverButton::mouseExited() {
   if (isEnabled() && handler) handler();
 }
 
+void HoverButton::setAction(Handler action) {
+  std::lock_guard lock(mutex_);
+  action_ = std::move(action);
+}
+
+bool HoverButton::click() {
+  if (!isEnabled()) return false;
+  Handler action;
+  {
+    std::lock_guard lock(mutex_);
+    action = action_;
+  }
+  if (action) action();
+  return true;
+}
+
 std::shared_ptr<TrackingArea> HoverButton::trackArea() const {
   std::lock_guard lock(mutex_);
   return trackArea_;

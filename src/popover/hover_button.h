@@ -1,7 +1,8 @@
 #pragma once
-// A row button that reports the mouse entering and leaving it. The handlers
-// run only while the button is enabled, so a disabled row never lights up even
-// when its handlers are still installed.
+// A row button that reports the mouse entering and leaving it and carries its
+// click action. The handlers and the action run only while the button is
+// enabled: a disabled (greyed) row neither lights up nor acts, even when its
+// handlers are still installed.
 //
 // Runs on the main run loop; the handlers may be swapped from any thread (a
 // reader sees the old or the new handler, never a torn one). Owned by
@@ -38,6 +39,12 @@ class HoverButton : public Widget {
   void mouseEntered();
   void mouseExited();
 
+  // The action a click runs (the interface description's target-action).
+  void setAction(Handler action);
+  // A click from the platform: runs the action when the button is enabled.
+  // False when it is disabled, and then nothing runs.
+  bool click();
+
   // Replaces the button's tracking area with one over its frame (the frame,
   // not the bounds: the in-visible-rect option makes the rectangle moot).
   void updateTrackingAreas();
@@ -51,9 +58,10 @@ class HoverButton : public Widget {
   void addTrackingArea(std::shared_ptr<TrackingArea> area);
   void removeTrackingArea(const std::shared_ptr<TrackingArea>& area);
 
-  mutable std::mutex mutex_;  // guards blockEnter_, blockExit_ and trackArea_
+  mutable std::mutex mutex_;  // guards blockEnter_, blockExit_, action_ and trackArea_
   Handler blockEnter_;
   Handler blockExit_;
+  Handler action_;
   std::shared_ptr<TrackingArea> trackArea_;
   std::vector<std::shared_ptr<TrackingArea>> trackingAreas_;
 };

@@ -12,6 +12,18 @@ SafariExtensionViewController::SafariExtensionViewController(Setting& setting, W
                                                              RunLoop& loop, Browser* browser, Strings& strings)
     : setting_(setting), server_(server), loop_(loop), browser_(browser), strings_(strings), view_(strings) {
   server_.setDismissPopover([this] { dismissPopover(); });
+  // The rows' target-action connections. A click reaches an action only
+  // through its button, so a greyed row does nothing.
+  using Self = SafariExtensionViewController;
+  using Action = void (Self::*)(HoverButton*);
+  const std::pair<HoverButton*, Action> connections[] = {{view_.btnAutoRating, &Self::btnAutoRatingClicked},
+                                                         {view_.btnManualRating, &Self::btnManualRatingClicked},
+                                                         {view_.btnVeldrin, &Self::btnVeldrinClicked},
+                                                         {view_.btnSettings, &Self::btnSettingsClicked},
+                                                         {view_.btnHelp, &Self::btnHelpClicked}};
+  for (const auto& [button, action] : connections) {
+    if (button) button->setAction([this, button = button, action = action] { (this->*action)(button); });
+  }
 }
 
 SafariExtensionViewController::~SafariExtensionViewController() {

@@ -1,6 +1,11 @@
 #include "server/wren_browser_ext_server.h"
 
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
 #include "server/setting.h"
+#include "util/json_parse.h"
 #include "util/service_origin.h"
 #include "util/stringify.h"
 
@@ -79,17 +84,22 @@ std::optional<std::string> WrenBrowserExtServer::dictToJsonStr(const Json& value
 }
 
 Json mergeHeadersAndBody(const HttpResponse& response, const Json& body) {
-  Json merged = Json::object();
+  // Fields joined through a hash index and the body merged in one pass: a
+  // service may send thousands of either, and a search of the dictionary for
+  // each would be quadratic.
+  std::vector<std::pair<std::string, std::string>> fields;
+  std::unordered_map<std::string_view, size_t> seen;
+  fields.reserve(response.headerFields.size());
   for (const auto& [name, value] : response.headerFields) {
-    auto it = merged.find(name);
-    if (it == merged.end()) {
-      merged[name] = value;
+    auto [it, added] = seen.emplace(name, fields.size());
+    if (added) {
+      fields.emplace_back(name, value);
     } else {
-      *it = it->get<std::string>() + kHeaderValueSeparator + value;
+      fields[it->second].second.append(kHeaderValueSeparator).append(value);
     }
   }
-  if (body.is_object())
-    for (const auto& [key, value] : body.items()) merged[key] = value;
+  Json merged = Json::object_t(fields.begin(), fields.end());
+  mergeObject(merged, body);
   return merged;
 }
 

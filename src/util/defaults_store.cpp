@@ -1,9 +1,12 @@
 #include "util/defaults_store.h"
 
 #include "util/fd_io.h"
+#include "util/json_parse.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,6 +26,12 @@ constexpr mode_t kFileMode = 0600;
 // A defaults file is a handful of short keys; anything far larger is not ours
 // and is treated as corrupt rather than read into memory.
 constexpr off_t kMaxFileSize = 1 << 20;
+// A write goes to ".<file>.XXXXXX" first (mkstemp's six characters), which is
+// then renamed over the file. Writers (one process a browser connection may
+// share the store) hold an exclusive lock on the directory meanwhile, so a
+// temporary found while holding that lock is one a killed writer left
+// behind: it still holds the address, and is removed at start.
+constexpr const char* kTempSuffix = ".XXXXXX";
 
 bool isDirectory(const std::filesystem::path& p) {
   struct stat st;
@@ -57,6 +66,52 @@ class Fd {
   int fd_;
 };
 
+// Appended piece by piece: gcc 12 at -O3 reports a false -Wrestrict inside
+// std::string for `"." + name`.
+std::string tempPrefix(const std::filesystem::path& file) {
+  std::string prefix = ".";
+  prefix += file.filename().native();
+  prefix += '.';
+  return prefix;
+}
+
+// The store's write lock on its directory, held while the object lives (not
+// held when the directory cannot be opened: the write goes ahead unguarded).
+class WriteLock {
+ public:
+  WriteLock(const std::filesystem::path& dir, bool wait) {
+    fd_ = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd_ >= 0 && ::flock(fd_, wait ? LOCK_EX : LOCK_EX | LOCK_NB) == 0) held_ = true;
+  }
+  int fd() const { return fd_; }
+  ~WriteLock() {
+    if (fd_ >= 0) ::close(fd_);  // releases the lock
+  }
+  WriteLock(const WriteLock&) = delete;
+  WriteLock& operator=(const WriteLock&) = delete;
+  bool held() const { return held_; }
+
+ private:
+  int fd_ = -1;
+  bool held_ = false;
+};
+
+// Removes the temporaries killed writers left; only while no writer runs.
+void removeStaleTemporaries(const std::filesystem::path& file, const std::filesystem::path& dir) {
+  WriteLock lock(dir, /*wait=*/false);
+  if (!lock.held()) return;  // a writer is busy: its temporary is not stale
+  const std::string prefix = tempPrefix(file);
+  const size_t tempLength = prefix.size() + std::string(kTempSuffix).size() - 1;
+  DIR* d = ::opendir(dir.c_str());
+  if (!d) return;
+  while (dirent* entry = ::readdir(d)) {
+    std::string_view name = entry->d_name;
+    if (name.size() == tempLength && name.substr(0, prefix.size()) == prefix)
+      ::unlinkat(::dirfd(d), entry->d_name, 0);
+  }
+  ::closedir(d);
+}
+
 long long clampToLongLong(double d) {
   constexpr double kMax = 9.2233720368547748e18;  // 2^63, the first value out of range
   if (std::isnan(d)) return 0;
@@ -75,11 +130,13 @@ DefaultsStore::DefaultsStore(std::filesystem::path file) : file_(std::move(file)
   struct stat st;
   if (::stat(file_.c_str(), &st) != 0) {
     available_ = errno == ENOENT;
+    if (available_) removeStaleTemporaries(file_, dir);
     return;
   }
   if (!S_ISREG(st.st_mode)) return;
   Fd fd(::open(file_.c_str(), O_RDONLY | O_CLOEXEC));
   available_ = fd.get() >= 0;
+  if (available_) removeStaleTemporaries(file_, dir);
 }
 
 std::filesystem::path DefaultsStore::standardPath() {
@@ -114,9 +171,9 @@ Json DefaultsStore::read() const {
     text.append(buffer, static_cast<size_t>(n));
     if (text.size() > static_cast<size_t>(kMaxFileSize)) return Json::object();
   }
-  Json parsed = Json::parse(text, nullptr, /*allow_exceptions=*/false);
-  if (!parsed.is_object()) return Json::object();  // corrupt: replaced by the next write
-  return parsed;
+  std::optional<Json> parsed = parseJson(text);
+  if (!parsed || !parsed->is_object()) return Json::object();  // corrupt: replaced by the next write
+  return std::move(*parsed);
 }
 
 std::optional<std::string> DefaultsStore::stringForKey(std::string_view key) const {
@@ -168,12 +225,8 @@ bool DefaultsStore::write(const Json& object) {
 
   std::filesystem::path dir = file_.parent_path();
   if (dir.empty()) dir = ".";
-  // Appended piece by piece: gcc 12 at -O3 reports a false -Wrestrict inside
-  // std::string for `"." + name`.
-  std::string tempName = dir.string();
-  tempName += "/.";
-  tempName += file_.filename().native();
-  tempName += ".XXXXXX";
+  WriteLock lock(dir, /*wait=*/true);
+  std::string tempName = (dir / (tempPrefix(file_) + (kTempSuffix + 1))).string();
   Fd fd(::mkstemp(tempName.data()));
   if (fd.get() < 0) return false;
   bool ok = ::fchmod(fd.get(), kFileMode) == 0 && writeAll(fd.get(), text) && ::fsync(fd.get()) == 0;
@@ -183,8 +236,7 @@ bool DefaultsStore::write(const Json& object) {
     return false;
   }
   // The rename itself must survive a crash too.
-  Fd dirFd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (dirFd.get() >= 0) ::fsync(dirFd.get());
+  if (lock.fd() >= 0) ::fsync(lock.fd());
   return true;
 }
 

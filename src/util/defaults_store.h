@@ -1,6 +1,8 @@
 #pragma once
 // The persisted user defaults: a JSON object in one file, written atomically
-// (temporary file, fsync, rename) and at once, mode 0600. A store whose file
+// (temporary file, fsync, rename) and at once, mode 0600. Writers lock the
+// directory while their temporary exists; a store removes, at start, the
+// temporaries that writers killed mid-write left behind. A store whose file
 // cannot be read or created is unavailable: reads find nothing and writes do
 // nothing, and neither fails. A corrupt file reads as empty and is replaced by
 // the next write.

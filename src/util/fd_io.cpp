@@ -1,7 +1,11 @@
 #include "util/fd_io.h"
 
 #include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <string>
 
 namespace wren {
 
@@ -18,6 +22,22 @@ bool writeAll(int fd, std::string_view data) {
     left -= static_cast<size_t>(n);
   }
   return true;
+}
+
+void makeNonBlocking(int fd) {
+  struct stat st;
+  if (::fstat(fd, &st) != 0 || !(S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode))) return;
+  if (S_ISFIFO(st.st_mode)) {
+    std::string path = "/proc/self/fd/" + std::to_string(fd);
+    int own = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (own >= 0) {
+      bool moved = ::dup2(own, fd) == fd;
+      ::close(own);
+      if (moved) return;
+    }
+  }
+  int flags = ::fcntl(fd, F_GETFL);
+  if (flags >= 0) ::fcntl(fd, F_SETFL, flags | O_NONBLOCK);
 }
 
 }  // namespace wren

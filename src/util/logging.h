@@ -1,7 +1,10 @@
 #pragma once
 // The two log channels. Both end on stderr, one record a line: a line break
 // inside a record is written as the two characters "\n", so a reader can split
-// on newlines. Nothing is ever written to stdout.
+// on newlines. Nothing is ever written to stdout. A record is cut at 64 KiB.
+// Writing never waits for a stderr that is not read (where it is
+// non-blocking, see makeNonBlocking in util/fd_io.h): a line it cannot take
+// now is dropped, and the next line that goes through says how many were.
 //
 //  - Logging: the facade with levels. Info and debug do nothing; a warning is
 //    queued and written by a background writer; an error is written at once

@@ -1,11 +1,18 @@
 #pragma once
 // One-line and descriptive text forms of dictionaries and arrays, for log lines.
+#include <cstddef>
 #include <optional>
 #include <string>
 
 #include "util/json.h"
 
 namespace wren {
+
+// The longest text toString() and description() make. They print log lines,
+// which are for people; an answer or a page value of megabytes, or one nested
+// hundreds of levels deep with its indentation, is cut off at this length
+// while it is printed (and ends in "..."), so it never becomes a huge string.
+inline constexpr size_t kMaxPrintedBytes = 16 * 1024;
 
 // A dictionary: pretty-printed JSON with every ' ' and '\n' removed (inside
 // strings too, deliberately). An array: each element's text joined with ",".

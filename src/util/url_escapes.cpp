@@ -1,6 +1,7 @@
 #include "util/url_escapes.h"
 
 #include "util/common.h"
+#include "util/json_parse.h"
 #include "util/logging.h"
 
 namespace wren {
@@ -65,13 +66,13 @@ std::optional<std::string> decodeURI(std::string_view s) {
 }
 
 std::optional<Json> toJSON(std::string_view s) {
-  Json value;
-  try {
-    value = Json::parse(s);
-  } catch (const Json::exception& e) {
-    systemLog(std::string("Fail to convert JSON: ") + e.what());
+  std::optional<Json> parsed = parseJson(s);
+  if (!parsed) {
+    systemLog("Fail to convert JSON: not valid JSON, or nested deeper than " + std::to_string(kMaxJsonDepth) +
+              " levels");
     return std::nullopt;
   }
+  Json& value = *parsed;
   if (!value.is_object() && !value.is_array()) {
     systemLog("Fail to convert JSON: the top level is neither an object nor an array");
     return std::nullopt;

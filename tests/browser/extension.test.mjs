@@ -120,14 +120,28 @@ for (const browser of BROWSERS) {
       assert.ok(s.sim.requestsTo('/BrowserExt/rating', 'type=wtp').length >= 1);
     });
 
-    test('a block page is reloaded to the blocked address remembered from the previous one', async () => {
+    test('a block page of the service is reloaded to the address remembered from the previous one; an impostor is refused', async () => {
       const s = await open();
       await s.openReadyPage();
-      const blocked = s.pages.url('/block.html?code=B123');
+      const blockPage = `${s.sim.origin}/BrowserExt/blockPage`;
+      const blocked = `${blockPage}?code=B123`;
       const first = await s.openPage(blocked);
       await waitAttached(first, 'html[data-wren-page-level]');
+      // A web page with the block-page marker, with a code and without one:
+      // were it believed, the first would replace the remembered address and
+      // the second would take it.
+      for (const impostor of ['/block.html?code=EVIL', '/block.html']) {
+        const page = await s.openPage(s.pages.url(impostor));
+        await waitAttached(page, 'html[data-wren-page-level]');
+        assert.equal(page.url(), s.pages.url(impostor), 'the impostor was not sent anywhere');
+      }
+      // The two refusals are the warnings this test expects; no others.
+      // (Firefox prints the text quoted.)
+      const isRefusal = (m) => m.text.includes('[wren] refused block_page from a page outside the local service');
+      await waitFor('both impostors to be refused', () => s.console.filter(isRefusal).length === 2);
+      s.console.splice(0, s.console.length, ...s.console.filter((m) => !isRefusal(m)));
       const second = await s.browser.newPage();
-      await second.goto(s.pages.url('/block.html'));
+      await second.goto(blockPage);
       await waitFor(`the second block page to load ${blocked}`, () => second.url() === blocked);
     });
 

@@ -87,7 +87,8 @@ class HostTest : public ::testing::Test {
     state_ = OJson::object();
     calls_.clear();
     host_ = std::make_unique<HostProcess>(WREN_BRIDGE_EXE, args, env(extra));
-    EXPECT_EQ(host_->readFrame().value_or(nullptr), (OJson{{"type", "hello"}, {"version", "1.0.0"}, {"protocol", 1}}));
+    EXPECT_EQ(host_->readFrame().value_or(nullptr), (OJson{{"type", "hello"}, {"version", "1.0.0"}, {"protocol", 1},
+                                                           {"serviceOrigin", service_.origin()}}));
     return *host_;
   }
 

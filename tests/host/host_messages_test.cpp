@@ -151,6 +151,22 @@ TEST_F(HostTest, OpenNewTabAsksTheBrowserForTheWindowThenOpensTheEscapedAddress)
   EXPECT_EQ(calls_.size(), 1u);
 }
 
+TEST_F(HostTest, OpenNewTabRefusesEverythingButWebAddresses) {
+  start();
+  enableToolbar();
+  browser_ = {{"getActiveWindow", {{"windowId", 4}}}};
+  for (const char* url : {"javascript:alert(1)", " JavaScript:alert(1)", "java\tscript:alert(1)", "file:///etc/passwd",
+                          "chrome://settings", "data:text/html,<b>x</b>", "about:blank", "httpx://a", "//a.example/"}) {
+    calls_.clear();
+    host_->send(message("vd_open_new_tab", "p", OJson{{"url", url}}));
+    EXPECT_TRUE(host_->waitForLog("vd_open_new_tab: not an http or https address")) << url;
+    ASSERT_TRUE(ask("vd_set_email", "barrier", OJson{{"email", ""}}));  // answered after the refused one
+    EXPECT_TRUE(calls_.empty()) << url;
+  }
+  host_->send(message("vd_open_new_tab", "p", OJson{{"url", "HTTPS://a.example/"}}));
+  EXPECT_TRUE(pump([](const OJson& f) { return is(f, "call") && f["method"] == "openTab"; }));
+}
+
 TEST_F(HostTest, ManyPagesInFlightAreAnsweredEachToItsOwnPage) {
   // The service answers later requests sooner, so answers overtake each other.
   answer({.other = [](const httplib::Request& req, httplib::Response& res) {

@@ -138,6 +138,27 @@ TEST_F(PopoverHostTest, ClicksSendTheirCommandsAndCloseThePopover) {
   }
 }
 
+TEST_F(PopoverHostTest, GreyedRowsIgnoreClicks) {
+  ServiceAnswers off;
+  off.settingsHeaders = {{"X-Wren-ToolbarStatus", "false"}};
+  answer(off);
+  start();
+  // Not web mail: the mail-scan row is greyed too. A mail-scan click that
+  // went through would still reach this page.
+  browser_ = showing({{"url", "https://example.com/"}, {"title", "Example"}});
+  showUntil(false, true, true);
+  refresh("popoverWillShow");
+  ASSERT_TRUE(pump([&](const OJson&) { return outlet("btnVeldrin")["enabled"] == false; })) << state_;
+  service_.clear();
+  for (const char* control : {"btnAutoRating", "btnManualRating", "btnVeldrin", "btnSettings", "btnHelp"}) {
+    event("click", control);
+    settle();
+    EXPECT_TRUE(host_->waitForLog(std::string("ignored popover click: ") + control + " is disabled"));
+  }
+  for (const auto& request : service_.requests()) EXPECT_NE(request.path, "/BrowserExt/command") << request.target;
+  for (const char* check : {"autoRatingCheck", "manualRatingCheck"}) EXPECT_EQ(outlet(check)["hidden"], false);
+}
+
 TEST_F(PopoverHostTest, TheMailScanClickReachesTheActivePageOnlyWithAnAddress) {
   start();
   enableToolbar();

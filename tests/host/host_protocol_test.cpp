@@ -28,10 +28,10 @@ TEST_F(HostTest, DropsMalformedFramesWithOneLogLineAndKeepsServing) {
   start();
   enableToolbar();
   const std::pair<std::string, std::string> cases[] = {
-      {"not json", "frame is not a JSON object"},
+      {"not json", "frame is not JSON"},
       {"[1,2]", "frame is not a JSON object"},
       {"\"text\"", "frame is not a JSON object"},
-      {std::string("{\"type\":\"message\",\"name\":\"a\xff\",\"page\":1}"), "frame is not a JSON object"},
+      {std::string("{\"type\":\"message\",\"name\":\"a\xff\",\"page\":1}"), "frame is not JSON"},
       {R"({"name":"rateItems"})", "without a text \"type\""},
       {R"({"type":7})", "without a text \"type\""},
       {R"({"type":"teleport"})", "unknown frame type \"teleport\""},

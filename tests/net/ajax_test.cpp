@@ -9,6 +9,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <future>
+#include <numeric>
 #include <optional>
 #include <thread>
 
@@ -186,7 +187,7 @@ TEST_F(AjaxTest, AbsentCallbacksAreSkippedOnEveryPath) {
 }
 
 TEST_F(AjaxTest, ManyRequestsInFlightCompleteInTheOrderAnswered) {
-  constexpr int kRequests = 40;  // within the test server's pool, so all can be held at once
+  constexpr int kRequests = RunLoop::kMaxTransfersInFlight;  // all can be held at once
   // The server holds every request until all have arrived, then answers the
   // last one first; each completion releases the answer to the one before.
   // Serialised transfers, or a loop blocked by one, would never finish.
@@ -216,6 +217,39 @@ TEST_F(AjaxTest, ManyRequestsInFlightCompleteInTheOrderAnswered) {
   }
   ASSERT_TRUE(runUntil(loop, [&] { return order.size() == size_t(kRequests); }));
   EXPECT_EQ(order, expected);
+}
+
+TEST_F(AjaxTest, ABurstRunsAtMostTheCapAtOnceAndDropsTheOldestWaitingWithAFailure) {
+  constexpr size_t kExtra = 10;
+  constexpr size_t kRequests = RunLoop::kMaxTransfersInFlight + RunLoop::kMaxWaitingTransfers + kExtra;
+  std::mutex m;
+  size_t busy = 0, mostBusy = 0;
+  server.setHandler([&](const httplib::Request&, httplib::Response& res) {
+    {
+      std::lock_guard lock(m);
+      mostBusy = std::max(mostBusy, ++busy);
+    }
+    std::this_thread::sleep_for(1ms);  // long enough for the others to pile up
+    std::lock_guard lock(m);
+    --busy;
+    res.set_content("{}", "application/json");
+  });
+  std::vector<int> calls(kRequests);
+  std::vector<size_t> dropped;
+  for (size_t i = 0; i < kRequests; ++i) {
+    ajax.get(
+        server.origin() + "/burst", {}, Json(), [&, i](auto&, auto&) { ++calls[i]; },
+        [&, i](auto&, const HttpError& e) {
+          ++calls[i];
+          if (e.code == RunLoop::kDroppedTransfer) dropped.push_back(i);
+        });
+  }
+  ASSERT_TRUE(runUntil(loop, [&] { return loop.pendingTransfers() == 0; }));
+  EXPECT_EQ(calls, std::vector<int>(kRequests, 1));  // every request completes, once
+  std::vector<size_t> oldestWaiting(kExtra);
+  std::iota(oldestWaiting.begin(), oldestWaiting.end(), RunLoop::kMaxTransfersInFlight);
+  EXPECT_EQ(dropped, oldestWaiting);
+  EXPECT_LE(mostBusy, RunLoop::kMaxTransfersInFlight);
 }
 
 TEST_F(AjaxTest, CompletionsRunOnTheLoopThreadWhateverThreadCalled) {

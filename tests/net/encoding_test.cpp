@@ -4,7 +4,9 @@
 
 #include "net/answer_decoding.h"
 #include "net/ascii_text.h"
+#include "net/http_headers.h"
 #include "net/query_encoding.h"
+#include "util/json_parse.h"
 
 namespace wren {
 namespace {
@@ -23,6 +25,19 @@ TEST(QueryStringTest, EncodesParameterDictionaries) {
   for (const auto& [parameters, query] : cases) EXPECT_EQ(queryStringFromParameters(parameters), query) << query;
 }
 
+TEST(HeaderValueTest, EveryControlByteIsEscapedAndNothingElse) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"plain value, \"quoted\" & 100%", "plain value, \"quoted\" & 100%"},  // blanks and "%" stay
+      {"a\r\nX-Evil: 1", "a%0D%0AX-Evil: 1"},
+      {std::string("a\0b", 3), "a%00b"},
+      {"tab\there", "tab%09here"},
+      {"\x01\x1f\x7f", "%01%1F%7F"},
+      {"caf\xC3\xA9", "caf\xC3\xA9"},  // bytes of UTF-8 text are not control bytes
+  };
+  for (const auto& [in, out] : cases) EXPECT_EQ(safeHeaderValue(in), out) << in;
+  for (const char* name : {"", "A:B", "A B", "A\tB", "A\x7f"}) EXPECT_FALSE(isSendableHeaderName(name)) << name;
+}
+
 TEST(AsciiTextTest, EveryNonAsciiCodePointBecomesOneQuestionMark) {
   const std::pair<std::string, std::string> cases[] = {
       {"caf\xC3\xA9 \xE2\x82\xAC!\xF0\x9F\x98\x80", "caf? ?!?"}, {std::string("a\0b", 3), std::string("a\0b", 3)},
@@ -31,6 +46,9 @@ TEST(AsciiTextTest, EveryNonAsciiCodePointBecomesOneQuestionMark) {
   };
   for (const auto& [in, out] : cases) EXPECT_EQ(asciiWithSubstitutes(in), out) << in;
 }
+
+// n arrays, one in the other.
+std::string nested(size_t n) { return std::string(n, '[') + std::string(n, ']'); }
 
 TEST(AnswerDecodingTest, StatusTypeAndBody) {
   struct Case {
@@ -48,7 +66,13 @@ TEST(AnswerDecodingTest, StatusTypeAndBody) {
       {200, std::nullopt, "{}", HttpError::kUnacceptableContentType, {}},
       {200, "text/html", " ", HttpError::kUnacceptableContentType, {}},
       {300, "text/html", "oops", HttpError::kBadStatus, {}},  // status before type
-      {200, "application/json", "\"s\"", HttpError::kCannotDecode, {}},
+      // Any JSON value is an answer; the callers judge whether it is a dictionary.
+      {200, "application/json", "\"s\"", 0, Json("s")},
+      {200, "application/json", "7", 0, Json(7)},
+      {200, "application/json", "true", 0, Json(true)},
+      {200, "application/json", "null", 0, Json(nullptr)},
+      {200, "application/json", std::string("{}\0{}", 5), HttpError::kCannotDecode, {}},  // NUL, then more text
+      {200, "application/json", nested(kMaxJsonDepth + 1), HttpError::kCannotDecode, {}},  // too deep
       {200, "application/json", "{\"a\":", HttpError::kCannotDecode, {}},
       {200, "application/json", "  ", HttpError::kCannotDecode, {}},  // two blanks are not nothing
   };
@@ -59,6 +83,7 @@ TEST(AnswerDecodingTest, StatusTypeAndBody) {
     EXPECT_EQ(d.body, c.decoded);
   }
   EXPECT_FALSE(decodeAnswer(200, "text/javascript", "{}", kDefaultJsonMediaTypes).error);
+  EXPECT_FALSE(decodeAnswer(200, "application/json", nested(kMaxJsonDepth), {"application/json"}).error);
 }
 
 }  // namespace

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <fstream>
 
@@ -37,6 +40,21 @@ TEST_F(DefaultsStoreTest, PrivateDirectoryAndFileWrittenWithoutLeftovers) {  // 
   ASSERT_TRUE(store.setString("absent", std::nullopt));  // removing nothing is fine
   EXPECT_EQ(mode(store.path()), 0600u);
   EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 1);  // no temporary file
+}
+
+TEST_F(DefaultsStoreTest, TemporariesOfKilledWritersAreRemovedAtStartUnlessAWriterIsBusy) {
+  const std::vector<std::string> stale = {".defaults.json.a1B2c3", ".defaults.json.XXXXXX"};
+  const std::vector<std::string> kept = {"defaults.json", ".defaults.json.toolong1", ".other.json.a1B2c3", "notes"};
+  for (bool writerBusy : {true, false}) {
+    for (const auto& name : stale) std::ofstream(root_ / name) << R"({"curEmail":"me@example.com"})";
+    for (const auto& name : kept) std::ofstream(root_ / name) << "{}";
+    int dir = ::open(root_.c_str(), O_RDONLY | O_DIRECTORY);
+    if (writerBusy) ::flock(dir, LOCK_EX);  // as a writer in another process holds it
+    DefaultsStore store(file_);
+    ::close(dir);
+    for (const auto& name : stale) EXPECT_EQ(fs::exists(root_ / name), writerBusy) << name;
+    for (const auto& name : kept) EXPECT_TRUE(fs::exists(root_ / name)) << name;
+  }
 }
 
 TEST_F(DefaultsStoreTest, CorruptFileReadsEmptyAndIsReplaced) {

@@ -15,6 +15,9 @@ constexpr const char* kJsonType = "application/json";
 // The bridge asks for page content with this accepted type and rejects
 // anything else, so those commands answer JSON labelled as HTML.
 constexpr const char* kHtmlType = "text/html";
+// The block page; its address carries the block code ("?code=...") when the
+// service shows it in place of a site.
+constexpr const char* kBlockPagePath = "/BrowserExt/blockPage";
 // A page has a few hundred links at most; headers cap a list long before
 // this, and the bound keeps a forged count from making us loop for long.
 constexpr long kMaxRatedItems = 10000;
@@ -149,6 +152,8 @@ void LocalService::handle(const WireRequest& req, httplib::Response& res) {
     handleRating(req, res);
   else if (req.method == "POST" && req.path == "/BrowserExt/sendData")
     handleSendData(req, res);
+  else if (req.method == "GET" && req.path == kBlockPagePath)
+    handleBlockPage(res);
   else  // the pattern address included: the bridge holds it but never asks
     reply(res, {{"error", "not found"}}, 404);
 }
@@ -257,6 +262,15 @@ void LocalService::handleRating(const WireRequest& req, httplib::Response& res) 
   body.push_back('}');
   res.status = 200;
   res.set_content(std::move(body), kJsonType);
+}
+
+void LocalService::handleBlockPage(httplib::Response& res) {
+  // What the product shows in place of a blocked site; the extension knows
+  // it by the marker, and trusts it only from this origin.
+  res.set_content(
+      "<!doctype html><html><head><meta charset=\"utf-8\"><meta name=\"wren-block-page\" content=\"1\">"
+      "<title>Blocked by Wren</title></head><body><h1>This site was blocked</h1></body></html>",
+      kHtmlType);
 }
 
 void LocalService::handleSendData(const WireRequest& req, httplib::Response& res) {

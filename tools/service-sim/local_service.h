@@ -36,6 +36,7 @@ class LocalService {
   void handleCommand(const WireRequest& req, httplib::Response& res);
   void handleRating(const WireRequest& req, httplib::Response& res);
   void handleSendData(const WireRequest& req, httplib::Response& res);
+  void handleBlockPage(httplib::Response& res);
 
   Json updateSetting(const Query& q, int* status);
   Json vdsSettings(const Query& q);
