@@ -388,6 +388,16 @@ export async function startSession({ browser: browserName = 'chromium', simArgs 
     async waitForClose(page) {
       await waitFor('the page to close', () => page.isClosed() || page.evaluate(() => false).then(() => false, () => true));
     },
+    // Leaves one blank tab, as at the start, for the next test.
+    async clearTabs() {
+      const [first, ...rest] = await browser.pages();
+      // A tab that closed itself may still be listed (Firefox does not say).
+      await Promise.all(rest.map((p) => p.close().catch(() => {})));
+      await first.goto('about:blank');
+    },
+    get open() {
+      return !closed;
+    },
     async closeBrowser() {
       if (closed) return;
       closed = true;
