@@ -117,8 +117,9 @@ async function main() {
   const { rounds, browsers } = parseArguments(process.argv.slice(2));
   const cpus = os.cpus();
   console.log(`rateItems of ${LINKS} links, page -> content script -> background -> host -> back to the page;`);
-  console.log(`${rounds} rounds each after ${WARMUP_ROUNDS} warm-up rounds; ${cpus.length} x ${cpus[0]?.model ?? 'CPU'},` +
-    ` load average ${os.loadavg().map((l) => l.toFixed(2)).join(' ')}; node ${process.version}\n`);
+  const load = os.loadavg().map((l) => l.toFixed(2)).join(' ');
+  console.log(`${rounds} rounds each after ${WARMUP_ROUNDS} warm-up rounds;` +
+    ` ${cpus.length} x ${cpus[0]?.model ?? 'CPU'}, load average ${load}; node ${process.version}\n`);
   const rows = [];
   for (const browser of browsers) {
     const bridge = summary(await measure(browser, null, rounds));
@@ -128,11 +129,10 @@ async function main() {
     rows.push([name, 'echo host', echo.p50, echo.p95]);
     rows.push([name, 'difference', bridge.p50 - echo.p50, bridge.p95 - echo.p95]);
   }
-  const widths = [8, 24];
-  console.log(`${'browser'.padEnd(widths[0])}  ${'host'.padEnd(widths[1])}  ${'p50 ms'.padStart(7)}  ${'p95 ms'.padStart(7)}`);
-  for (const [name, host, p50, p95] of rows) {
-    console.log(`${name.padEnd(widths[0])}  ${host.padEnd(widths[1])}  ${p50.toFixed(2).padStart(7)}  ${p95.toFixed(2).padStart(7)}`);
-  }
+  const line = (name, host, p50, p95) =>
+    console.log(`${name.padEnd(8)}  ${host.padEnd(24)}  ${p50.padStart(7)}  ${p95.padStart(7)}`);
+  line('browser', 'host', 'p50 ms', 'p95 ms');
+  for (const [name, host, p50, p95] of rows) line(name, host, p50.toFixed(2), p95.toFixed(2));
 }
 
 if (!fs.existsSync(ECHO_HOST)) throw new Error(`${ECHO_HOST} is missing`);

@@ -105,7 +105,8 @@ for (const browser of BROWSERS) {
         assert.match(await attributeOf(page, '#phish', 'title'), /^Wren: dangerous/);
         assert.equal(await page.$eval('#phish', (a) => getComputedStyle(a).outlineColor), 'rgb(217, 48, 37)');
 
-        const frame = await waitFor('the inner frame', () => page.frames().find((f) => f.url().endsWith('/inner.html')));
+        const frame = await waitFor('the inner frame',
+          () => page.frames().find((f) => f.url().endsWith('/inner.html')));
         await waitAttached(frame, '#framed[data-wren-level="3"]');
         await waitAttached(page, '#added[data-wren-level="3"]');
 
@@ -212,8 +213,8 @@ for (const browser of BROWSERS) {
       assert.deepEqual([rows[2].color, rows[2].tooltip],
         ['grey', 'Works for Gmail and Yahoo Mail when you are signed in.']);
       // The popup's own type, which Chromium's style for extension pages must not shrink.
-      assert.deepEqual(await popup.$$eval('.label', (labels) => [...new Set(labels.map((l) => getComputedStyle(l).fontSize))]),
-        ['13px']);
+      const sizes = await popup.$$eval('.label', (labels) => labels.map((l) => getComputedStyle(l).fontSize));
+      assert.deepEqual([...new Set(sizes)], ['13px']);
 
       await popup.hover('[data-outlet="btnSettings"]');
       await rowsWhen(popup, 'the settings row highlighted', (r) => r.viewSettings.highlighted);
