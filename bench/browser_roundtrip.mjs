@@ -3,8 +3,8 @@
 // that is page -> content script -> background -> native host -> local
 // service -> and all the way back to the page. In Chromium and in Firefox,
 // each with wren-bridge against wren-service-sim and, in the same run, with
-// bench/echo_host.mjs in its place (what the browser itself costs). Prints
-// p50 and p95 of each and the difference.
+// bench/echo_host.mjs in its place (what the browser itself costs), the two
+// taking turns. Prints p50 and p95 of each and the difference.
 //
 //   node bench/browser_roundtrip.mjs [--rounds N] [--browser chromium|firefox]...
 //
@@ -28,6 +28,8 @@ const LINKS = 20;
 // Rounds before the measured ones: the first ones pay for compiling the
 // scripts and warming the connections.
 const WARMUP_ROUNDS = 20;
+// Rounds measured in one go before the other host has its turn.
+const BATCH_ROUNDS = 25;
 // Past this a round is lost, not slow.
 const ROUND_TIMEOUT_MS = 10000;
 
@@ -79,12 +81,17 @@ function measureInPage(rounds, timeoutMs) {
   })();
 }
 
-async function measure(browser, hostExe, rounds) {
+// A session with `hostExe` (null: wren-bridge) and its timing page, the
+// links on it rated once.
+async function prepare(browser, hostExe) {
   const session = await startSession({ browser, hostExe });
   try {
-    // wren-bridge lets pages through once it has the service's settings;
-    // the echo host at once.
-    const page = hostExe ? await session.openPage(session.pages.url('/ready.html')) : await session.openReadyPage();
+    // wren-bridge lets pages through once it has the service's settings
+    // (the ready page is rated then); the echo host at once.
+    if (!hostExe) await session.openReadyPage();
+    const page = await session.openPage(session.pages.url('/timing.html'));
+    const isolated = await page.evaluate(() => globalThis.crossOriginIsolated);
+    if (!isolated) throw new Error('the timing page is not cross-origin isolated');
     await page.evaluate((urls) => {
       for (const url of urls) {
         const a = document.createElement('a');
@@ -98,9 +105,30 @@ async function measure(browser, hostExe, rounds) {
     await waitFor('the links to be rated', () =>
       page.evaluate(() => [...document.querySelectorAll('a.bench')].every((a) => a.hasAttribute('data-wren-level'))));
     await page.evaluate(measureInPage, WARMUP_ROUNDS, ROUND_TIMEOUT_MS);
-    return await page.evaluate(measureInPage, rounds, ROUND_TIMEOUT_MS);
-  } finally {
+    return { session, page };
+  } catch (e) {
     await session.close();
+    throw e;
+  }
+}
+
+// Both hosts in one browser each, measured in alternating batches, so that
+// what else the machine does meanwhile weighs on both alike.
+async function measure(browser, rounds) {
+  const hosts = [];
+  try {
+    hosts.push(await prepare(browser, null));
+    hosts.push(await prepare(browser, ECHO_HOST));
+    const times = hosts.map(() => []);
+    for (let done = 0; done < rounds; done += BATCH_ROUNDS) {
+      const batch = Math.min(BATCH_ROUNDS, rounds - done);
+      for (const [i, { page }] of hosts.entries()) {
+        times[i].push(...(await page.evaluate(measureInPage, batch, ROUND_TIMEOUT_MS)));
+      }
+    }
+    return { bridge: times[0], echo: times[1] };
+  } finally {
+    for (const { session } of hosts) await session.close();
   }
 }
 
@@ -117,22 +145,23 @@ async function main() {
   const { rounds, browsers } = parseArguments(process.argv.slice(2));
   const cpus = os.cpus();
   console.log(`rateItems of ${LINKS} links, page -> content script -> background -> host -> back to the page;`);
-  console.log(`${rounds} rounds each after ${WARMUP_ROUNDS} warm-up rounds; ${cpus.length} x ${cpus[0]?.model ?? 'CPU'},` +
-    ` load average ${os.loadavg().map((l) => l.toFixed(2)).join(' ')}; node ${process.version}\n`);
+  const load = os.loadavg().map((l) => l.toFixed(2)).join(' ');
+  console.log(`${rounds} rounds each after ${WARMUP_ROUNDS} warm-up rounds;` +
+    ` ${cpus.length} x ${cpus[0]?.model ?? 'CPU'}, load average ${load}; node ${process.version}\n`);
   const rows = [];
   for (const browser of browsers) {
-    const bridge = summary(await measure(browser, null, rounds));
-    const echo = summary(await measure(browser, ECHO_HOST, rounds));
+    const times = await measure(browser, rounds);
+    const bridge = summary(times.bridge);
+    const echo = summary(times.echo);
     const name = BROWSER_NAMES[browser];
     rows.push([name, 'wren-bridge + simulator', bridge.p50, bridge.p95]);
     rows.push([name, 'echo host', echo.p50, echo.p95]);
     rows.push([name, 'difference', bridge.p50 - echo.p50, bridge.p95 - echo.p95]);
   }
-  const widths = [8, 24];
-  console.log(`${'browser'.padEnd(widths[0])}  ${'host'.padEnd(widths[1])}  ${'p50 ms'.padStart(7)}  ${'p95 ms'.padStart(7)}`);
-  for (const [name, host, p50, p95] of rows) {
-    console.log(`${name.padEnd(widths[0])}  ${host.padEnd(widths[1])}  ${p50.toFixed(2).padStart(7)}  ${p95.toFixed(2).padStart(7)}`);
-  }
+  const line = (name, host, p50, p95) =>
+    console.log(`${name.padEnd(8)}  ${host.padEnd(24)}  ${p50.padStart(7)}  ${p95.padStart(7)}`);
+  line('browser', 'host', 'p50 ms', 'p95 ms');
+  for (const [name, host, p50, p95] of rows) line(name, host, p50.toFixed(2), p95.toFixed(2));
 }
 
 if (!fs.existsSync(ECHO_HOST)) throw new Error(`${ECHO_HOST} is missing`);

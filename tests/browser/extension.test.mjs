@@ -1,11 +1,13 @@
 // End to end, in Chromium and in Firefox: the Wren extension (Firefox: the
 // variant that extension/build-firefox.sh builds), wren-bridge started by the
 // browser through the manifest that `wren-bridge install` wrote, and
-// wren-service-sim as the local protection service. Each test has a browser,
-// a host and a simulator of its own, and ends with the extension's console
-// free of errors and warnings.
+// wren-service-sim as the local protection service. Tests that start from
+// the same service settings and appearance share one browser, host and
+// simulator (a browser start costs seconds, Firefox's most), each in tabs of
+// its own; each test ends with the extension's console free of errors and
+// warnings.
 import assert from 'node:assert/strict';
-import { afterEach, describe, test as nodeTest } from 'node:test';
+import { after, afterEach, describe, test as nodeTest } from 'node:test';
 import { BROWSERS, hostProcesses, startSession, STEP_TIMEOUT_MS, waitFor } from './harness.mjs';
 import { MAIL_ADDRESS, RATED_LINKS } from './pages.mjs';
 
@@ -14,13 +16,38 @@ import { MAIL_ADDRESS, RATED_LINKS } from './pages.mjs';
 const TEST_TIMEOUT_MS = 90000;
 const test = (name, fn) => nodeTest(name, { timeout: TEST_TIMEOUT_MS }, fn);
 
+// The running session, the options it was started with, and where the
+// extension's console stood when the current test began.
 let session = null;
+let sessionOptions = null;
+let consoleFrom = 0;
 
-afterEach(async () => {
-  const problems = session?.console.filter((m) => m.level === 'warn' || m.level === 'error') ?? [];
+// A session started with `options`: the running one when it was started with
+// the same and is still open, with its tabs cleared, else a new one.
+async function sessionWith(browser, options) {
+  const key = JSON.stringify({ browser, ...options });
+  if (session && (sessionOptions !== key || !session.open)) {
+    await session.close();
+    session = null;
+  }
+  if (session) {
+    await session.clearTabs();
+  } else {
+    session = await startSession({ browser, ...options });
+    sessionOptions = key;
+  }
+  consoleFrom = session.console.length;
+  return session;
+}
+
+afterEach(() => {
+  const problems = session?.console.slice(consoleFrom).filter((m) => m.level === 'warn' || m.level === 'error');
+  assert.deepEqual(problems ?? [], [], 'the extension\'s console has no errors or warnings');
+});
+
+after(async () => {
   await session?.close();
   session = null;
-  assert.deepEqual(problems, [], 'the extension\'s console has no errors or warnings');
 });
 
 const levelOf = (page, selector) =>
@@ -64,10 +91,7 @@ async function rowsWhen(popup, what, predicate) {
 
 for (const browser of BROWSERS) {
   describe(browser, () => {
-    const open = async (options = {}) => {
-      session = await startSession({ browser, ...options });
-      return session;
-    };
+    const open = (options = {}) => sessionWith(browser, options);
 
     test('links are rated and marked, short links flagged for resolving, links in frames and added later too',
       async () => {
@@ -81,7 +105,8 @@ for (const browser of BROWSERS) {
         assert.match(await attributeOf(page, '#phish', 'title'), /^Wren: dangerous/);
         assert.equal(await page.$eval('#phish', (a) => getComputedStyle(a).outlineColor), 'rgb(217, 48, 37)');
 
-        const frame = await waitFor('the inner frame', () => page.frames().find((f) => f.url().endsWith('/inner.html')));
+        const frame = await waitFor('the inner frame',
+          () => page.frames().find((f) => f.url().endsWith('/inner.html')));
         await waitAttached(frame, '#framed[data-wren-level="3"]');
         await waitAttached(page, '#added[data-wren-level="3"]');
 
@@ -94,21 +119,6 @@ for (const browser of BROWSERS) {
         assert.deepEqual(flagged.map((h) => headers[h.replace(/needresolving$/, 'url')]), ['http://bit.ly/wren-test'],
           JSON.stringify(rating.headers));
       });
-
-    test('manual rating runs on Alt+Shift+R while automatic scanning is off', async () => {
-      const s = await open({ simArgs: ['--auto', 'off'] });
-      await s.openReadyPage();
-      const page = await s.openPage(s.pages.url('/links.html'));
-      await waitAttached(page, 'html[data-wren-page-level]');
-      assert.equal(await levelOf(page, '#phish'), null, 'no automatic rating');
-      await page.keyboard.down('Alt');
-      await page.keyboard.down('Shift');
-      await page.keyboard.press('KeyR');
-      await page.keyboard.up('Shift');
-      await page.keyboard.up('Alt');
-      await waitAttached(page, '#phish[data-wren-level="3"]');
-      assert.equal(await levelOf(page, '#safe'), '1');
-    });
 
     test('the page itself is rated', async () => {
       const s = await open();
@@ -145,6 +155,68 @@ for (const browser of BROWSERS) {
       await waitFor(`the second block page to load ${blocked}`, () => second.url() === blocked);
     });
 
+    test('on a signed-in web-mail page the mail-scan row is usable and checked', async () => {
+      const s = await open();
+      await s.openReadyPage();
+      const mail = await s.openPage(s.pages.mailUrl);
+      assert.equal(await mail.title(), `Inbox (3) - ${MAIL_ADDRESS} - Gmail`);
+      const popup = await s.openPopup();
+      const rows = await rowsWhen(popup, 'the mail-scan row usable', (r) => r.viewVeldrin?.enabled);
+      const veldrin = rows.find((r) => r.outlet === 'viewVeldrin');
+      assert.equal(veldrin.checked, true);
+      assert.equal(veldrin.tooltip, 'Veldrin Scam Scanner');
+      assert.notEqual(veldrin.color, 'grey');
+      const encoded = Buffer.from(MAIL_ADDRESS).toString('base64');
+      assert.ok(s.sim.requestsTo('type=vds').some((r) => decodeURIComponent(r.target).includes(encoded)),
+        JSON.stringify(s.sim.requestsTo('type=vds').map((r) => r.target)));
+    });
+
+    test('a click on the automatic-scan row switches it off in the service and closes the popup', async () => {
+      const s = await open();
+      await s.openReadyPage();
+      const popup = await s.openPopup();
+      await rowsWhen(popup, 'the automatic-scan row usable and checked',
+        (r) => r.viewAutoRating?.enabled && r.viewAutoRating.checked);
+      // The click closes the popup, which may happen before the browser has
+      // returned from the click itself: the driver then reports the popup gone.
+      await popup.click('[data-outlet="btnAutoRating"]').catch((e) => {
+        if (!/Target closed|no such frame|BrowsingContext does no longer exist/.test(e.message)) throw e;
+      });
+      await s.waitForClose(popup);
+      await waitFor('the updateSetting command', () =>
+        s.sim.requestsTo('type=updateSetting', 'name=EnableAutomaticScan', 'value=false').length === 1);
+
+      // The next popup shows the row unchecked.
+      const again = await s.openPopup();
+      await rowsWhen(again, 'the automatic-scan row unchecked',
+        (r) => r.viewAutoRating?.enabled && !r.viewAutoRating.checked);
+    });
+
+    test('the manifest that wren-bridge install wrote starts the host, which ends when the browser closes',
+      async () => {
+        const s = await open();
+        assert.ok(s.install.includes(`wrote ${s.manifest}`), s.install);
+        await s.openReadyPage();
+        assert.equal(hostProcesses(s.runTag).length, 1);
+        await s.closeBrowser();
+        await waitFor('the host to exit', () => hostProcesses(s.runTag).length === 0);
+      });
+
+    test('manual rating runs on Alt+Shift+R while automatic scanning is off', async () => {
+      const s = await open({ simArgs: ['--auto', 'off'] });
+      await s.openReadyPage();
+      const page = await s.openPage(s.pages.url('/links.html'));
+      await waitAttached(page, 'html[data-wren-page-level]');
+      assert.equal(await levelOf(page, '#phish'), null, 'no automatic rating');
+      await page.keyboard.down('Alt');
+      await page.keyboard.down('Shift');
+      await page.keyboard.press('KeyR');
+      await page.keyboard.up('Shift');
+      await page.keyboard.up('Alt');
+      await waitAttached(page, '#phish[data-wren-level="3"]');
+      assert.equal(await levelOf(page, '#safe'), '1');
+    });
+
     test('the popup shows the rows for the simulator\'s settings, with the hover highlight', async () => {
       const s = await open({ simArgs: ['--manual', 'off'] });
       await s.openReadyPage();
@@ -159,8 +231,8 @@ for (const browser of BROWSERS) {
       assert.deepEqual([rows[2].color, rows[2].tooltip],
         ['grey', 'Works for Gmail and Yahoo Mail when you are signed in.']);
       // The popup's own type, which Chromium's style for extension pages must not shrink.
-      assert.deepEqual(await popup.$$eval('.label', (labels) => [...new Set(labels.map((l) => getComputedStyle(l).fontSize))]),
-        ['13px']);
+      const sizes = await popup.$$eval('.label', (labels) => labels.map((l) => getComputedStyle(l).fontSize));
+      assert.deepEqual([...new Set(sizes)], ['13px']);
 
       await popup.hover('[data-outlet="btnSettings"]');
       await rowsWhen(popup, 'the settings row highlighted', (r) => r.viewSettings.highlighted);
@@ -191,52 +263,5 @@ for (const browser of BROWSERS) {
       });
       assert.equal(image, `linear-gradient(${highlight}, ${highlight})`);
     });
-
-    test('a click on the automatic-scan row switches it off in the service and closes the popup', async () => {
-      const s = await open();
-      await s.openReadyPage();
-      const popup = await s.openPopup();
-      await rowsWhen(popup, 'the automatic-scan row usable and checked',
-        (r) => r.viewAutoRating?.enabled && r.viewAutoRating.checked);
-      // The click closes the popup; Firefox may close it before the click
-      // action itself has returned, which puppeteer reports as an error.
-      await popup.click('[data-outlet="btnAutoRating"]').catch((e) => {
-        if (!/no such frame|BrowsingContext does no longer exist/.test(e.message)) throw e;
-      });
-      await s.waitForClose(popup);
-      await waitFor('the updateSetting command', () =>
-        s.sim.requestsTo('type=updateSetting', 'name=EnableAutomaticScan', 'value=false').length === 1);
-
-      // The next popup shows the row unchecked.
-      const again = await s.openPopup();
-      await rowsWhen(again, 'the automatic-scan row unchecked',
-        (r) => r.viewAutoRating?.enabled && !r.viewAutoRating.checked);
-    });
-
-    test('on a signed-in web-mail page the mail-scan row is usable and checked', async () => {
-      const s = await open();
-      await s.openReadyPage();
-      const mail = await s.openPage(s.pages.mailUrl);
-      assert.equal(await mail.title(), `Inbox (3) - ${MAIL_ADDRESS} - Gmail`);
-      const popup = await s.openPopup();
-      const rows = await rowsWhen(popup, 'the mail-scan row usable', (r) => r.viewVeldrin?.enabled);
-      const veldrin = rows.find((r) => r.outlet === 'viewVeldrin');
-      assert.equal(veldrin.checked, true);
-      assert.equal(veldrin.tooltip, 'Veldrin Scam Scanner');
-      assert.notEqual(veldrin.color, 'grey');
-      const encoded = Buffer.from(MAIL_ADDRESS).toString('base64');
-      assert.ok(s.sim.requestsTo('type=vds').some((r) => decodeURIComponent(r.target).includes(encoded)),
-        JSON.stringify(s.sim.requestsTo('type=vds').map((r) => r.target)));
-    });
-
-    test('the manifest that wren-bridge install wrote starts the host, which ends when the browser closes',
-      async () => {
-        const s = await open();
-        assert.ok(s.install.includes(`wrote ${s.manifest}`), s.install);
-        await s.openReadyPage();
-        assert.equal(hostProcesses(s.runTag).length, 1);
-        await s.closeBrowser();
-        await waitFor('the host to exit', () => hostProcesses(s.runTag).length === 0);
-      });
   });
 }

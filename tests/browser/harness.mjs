@@ -130,8 +130,9 @@ export function hostProcesses(runTag) {
 // code (its background, popup and content scripts), as the DevTools protocol
 // reports them for every page and worker.
 async function watchChromiumConsole(browser, messages) {
+  const origin = `chrome-extension://${EXTENSION_ID}/`;
   const fromExtension = (stack, url) =>
-    [url, ...(stack?.callFrames ?? []).map((f) => f.url)].some((u) => u?.startsWith(`chrome-extension://${EXTENSION_ID}/`));
+    [url, ...(stack?.callFrames ?? []).map((f) => f.url)].some((u) => u?.startsWith(origin));
   const watch = async (target) => {
     if (!['page', 'service_worker', 'other'].includes(target.type())) return;
     const cdp = await target.createCDPSession().catch(() => null);
@@ -142,7 +143,8 @@ async function watchChromiumConsole(browser, messages) {
         text: e.args.map((a) => a.value ?? a.description ?? '').join(' ') });
     });
     cdp.on('Runtime.exceptionThrown', ({ exceptionDetails: d }) => {
-      if (fromExtension(d.stackTrace, d.url)) messages.push({ level: 'error', text: d.exception?.description ?? d.text });
+      if (!fromExtension(d.stackTrace, d.url)) return;
+      messages.push({ level: 'error', text: d.exception?.description ?? d.text });
     });
     await cdp.send('Runtime.enable').catch(() => {});
   };
@@ -171,8 +173,9 @@ function watchFirefoxConsole(process, messages) {
   });
 }
 
-// What differs between the browsers: how each is started with the extension
-// and the host registered, and the address of the popup.
+// What differs between the browsers: registering the host, starting with the
+// extension, reading its console, loading extension pages, and where the
+// popup opens.
 const drivers = {
   chromium: {
     install(root, env) {
@@ -181,7 +184,7 @@ const drivers = {
       return { command: 'wren-bridge install --user-data-dir PROFILE', text, profile,
         manifest: path.join(profile, 'NativeMessagingHosts', 'com.wren.bridge.json') };
     },
-    async launch({ profile, pages, colorScheme, env, launchOptions, extensionDir = EXTENSION_DIR }) {
+    async launch({ profile, colorScheme, env, launchOptions, extensionDir = EXTENSION_DIR }) {
       const browser = await puppeteer.launch({
         browser: 'chrome',
         executablePath: EXECUTABLES.chromium,
@@ -275,7 +278,8 @@ const drivers = {
     },
     watchConsole: ({ browser }, messages) => watchFirefoxConsole(browser.process(), messages),
     // Firefox sends no load events for extension pages over BiDi, so a plain
-    // goto never resolves there: navigate the browsing context itself.
+    // goto never resolves there: navigate the frame's BiDi browsing context
+    // itself, waiting for the document to complete.
     navigate: (page, url) => (url.startsWith('moz-extension:')
       ? page.mainFrame().browsingContext.navigate(url, 'complete')
       : page.goto(url)),
@@ -331,8 +335,8 @@ export async function startSession({ browser: browserName = 'chromium', simArgs 
       const manifest = JSON.parse(fs.readFileSync(install.manifest, 'utf8'));
       fs.writeFileSync(install.manifest, JSON.stringify({ ...manifest, path: path.resolve(hostExe) }));
     }
-    launched = await driver.launch({ root, profile: install.profile, pages, colorScheme, env: browserEnv,
-      launchOptions, extensionDir: installed?.extensionDir });
+    launched = await driver.launch({ root, profile: install.profile, colorScheme, env: browserEnv, launchOptions,
+      extensionDir: installed?.extensionDir });
     await driver.watchConsole(launched, consoleMessages);
   } catch (e) {
     // Nothing of a session that never started may outlive it.
@@ -397,7 +401,18 @@ export async function startSession({ browser: browserName = 'chromium', simArgs 
     // Resolves once `page` has gone (the popup closes itself); Firefox does
     // not tell puppeteer, but the page then answers no more.
     async waitForClose(page) {
-      await waitFor('the page to close', () => page.isClosed() || page.evaluate(() => false).then(() => false, () => true));
+      await waitFor('the page to close',
+        () => page.isClosed() || page.evaluate(() => false).then(() => false, () => true));
+    },
+    // Leaves one blank tab, as at the start, for the next test.
+    async clearTabs() {
+      const [first, ...rest] = await browser.pages();
+      // A tab that closed itself may still be listed (Firefox does not say).
+      await Promise.all(rest.map((p) => p.close().catch(() => {})));
+      await first.goto('about:blank');
+    },
+    get open() {
+      return !closed;
     },
     async closeBrowser() {
       if (closed) return;

@@ -44,6 +44,12 @@ const routes = {
   '/block.html': html('Blocked', '<p>This site was blocked.</p>', '<meta name="wren-block-page" content="1">'),
 };
 
+// A page that times things (bench/browser_roundtrip.mjs): cross-origin
+// isolated, so that its clock is not coarsened to a tenth of a millisecond.
+const TIMING_PAGE = '/timing.html';
+routes[TIMING_PAGE] = html('Timing', '<p>timing</p>');
+const ISOLATION_HEADERS = { 'cross-origin-opener-policy': 'same-origin', 'cross-origin-embedder-policy': 'require-corp' };
+
 function serve(req, res) {
   const url = new URL(req.url, 'http://x');
   // The web-mail server answers every path with the inbox.
@@ -54,7 +60,8 @@ function serve(req, res) {
     res.writeHead(404, { 'content-type': 'text/plain' }).end('not found');
     return;
   }
-  res.writeHead(200, { 'content-type': 'text/html; charset=utf-8', 'cache-control': 'no-store' }).end(body);
+  res.writeHead(200, { 'content-type': 'text/html; charset=utf-8', 'cache-control': 'no-store',
+    ...(url.pathname === TIMING_PAGE ? ISOLATION_HEADERS : {}) }).end(body);
 }
 
 function selfSignedCertificate() {
