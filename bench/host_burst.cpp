@@ -13,16 +13,18 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <map>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "load_support.h"
 #include "support/host_process.h"
 
 using namespace std::chrono;
+using wren::bench::startSimulator;
+using wren::bench::statusKiB;
 using wren::test::HostProcess;
 using wren::test::OJson;
 
@@ -30,14 +32,6 @@ namespace {
 
 // A probe page's message goes out every this many rating requests.
 constexpr int kProbeEvery = 500;
-
-long statusKiB(pid_t pid, const char* field) {
-  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  std::string line;
-  while (std::getline(status, line))
-    if (line.rfind(field, 0) == 0) return std::stol(line.substr(std::string(field).size()));
-  return -1;
-}
 
 int openDescriptors(pid_t pid) {
   DIR* d = opendir(("/proc/" + std::to_string(pid) + "/fd").c_str());
@@ -53,25 +47,6 @@ std::string framed(const OJson& frame) {
   std::string payload = frame.dump();
   uint32_t length = static_cast<uint32_t>(payload.size());
   return std::string(reinterpret_cast<const char*>(&length), sizeof length) + payload;
-}
-
-int startSimulator(pid_t* pid) {
-  int out[2];
-  if (pipe(out) != 0) return -1;
-  *pid = fork();
-  if (*pid == 0) {
-    dup2(out[1], 1);
-    close(out[0]);
-    execl(WREN_SIM_EXE, WREN_SIM_EXE, "--port", "0", "--quiet", static_cast<char*>(nullptr));
-    _exit(127);
-  }
-  close(out[1]);
-  std::string line;
-  char c;
-  while (read(out[0], &c, 1) == 1 && c != '\n') line += c;
-  auto j = OJson::parse(line, nullptr, false);
-  if (j.is_discarded() || !j.contains("port")) return -1;
-  return j["port"].get<int>();
 }
 
 }  // namespace

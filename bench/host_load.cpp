@@ -10,47 +10,18 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
 #include <map>
 #include <string>
 #include <vector>
 
+#include "load_support.h"
 #include "support/host_process.h"
 
 using namespace std::chrono;
+using wren::bench::startSimulator;
+using wren::bench::statusKiB;
 using wren::test::HostProcess;
 using wren::test::OJson;
-
-namespace {
-
-long peakRssKiB(pid_t pid) {
-  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  std::string line;
-  while (std::getline(status, line))
-    if (line.rfind("VmHWM:", 0) == 0) return std::stol(line.substr(6));
-  return -1;
-}
-
-int startSimulator(pid_t* pid) {
-  int out[2];
-  if (pipe(out) != 0) return -1;
-  *pid = fork();
-  if (*pid == 0) {
-    dup2(out[1], 1);
-    close(out[0]);
-    execl(WREN_SIM_EXE, WREN_SIM_EXE, "--port", "0", "--quiet", static_cast<char*>(nullptr));
-    _exit(127);
-  }
-  close(out[1]);
-  std::string line;
-  char c;
-  while (read(out[0], &c, 1) == 1 && c != '\n') line += c;
-  auto j = OJson::parse(line, nullptr, false);
-  if (j.is_discarded() || !j.contains("port")) return -1;
-  return j["port"].get<int>();
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
   int pages = 64, links = 20;
@@ -149,7 +120,7 @@ int main(int argc, char** argv) {
     host.sendRaw(requestFrames[p]);
   }
   double elapsed = duration<double>(steady_clock::now() - start).count();
-  long rss = peakRssKiB(host.pid());
+  long rss = statusKiB(host.pid(), "VmHWM:");
   host.closeStdin();
   // Keep reading until the host closes its end: answers still in flight would
   // otherwise fill the pipe and block the host in a write, where it never sees
