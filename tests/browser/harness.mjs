@@ -216,6 +216,7 @@ const drivers = {
     },
     watchConsole: ({ browser }, messages) => watchChromiumConsole(browser, messages),
     navigate: (page, url) => page.goto(url),
+    setViewport: (page, viewport) => page.setViewport(viewport),
     // A popup window of its own over the focused normal window, as the
     // toolbar shows it: Chromium draws no background tab, so input sent
     // there would never arrive.
@@ -283,6 +284,11 @@ const drivers = {
     navigate: (page, url) => (url.startsWith('moz-extension:')
       ? page.mainFrame().browsingContext.navigate(url, 'complete')
       : page.goto(url)),
+    // Only the size and the density: puppeteer's setViewport also sets a
+    // screen orientation, which Firefox ESR 140 (Debian 12's first) lacks.
+    setViewport: (page, { width, height, deviceScaleFactor = null }) =>
+      page.mainFrame().browsingContext.setViewport({ viewport: { width, height },
+        devicePixelRatio: deviceScaleFactor }),
     // A background tab: the page the user is on stays the active tab of the
     // focused window, as under a real popup.
     async openPopup({ browser }, url) {
@@ -367,6 +373,8 @@ export async function startSession({ browser: browserName = 'chromium', simArgs 
     popupUrl: `${extensionOrigin}/popup.html`,
     // Loads `url` in `page`, extension pages included.
     navigate: (page, url) => driver.navigate(page, url),
+    // Sizes `page`'s viewport: { width, height, deviceScaleFactor }.
+    setViewport: (page, viewport) => driver.setViewport(page, viewport),
     // A tab on `url`; the first one reuses the browser's blank tab.
     async openPage(url) {
       const blank = (await browser.pages()).find((p) => p.url() === 'about:blank');

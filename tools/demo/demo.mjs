@@ -188,8 +188,8 @@ async function startPageServer() {
 }
 
 // The links and the page once the extension has marked them all.
-async function markedPage(page, url) {
-  await page.setViewport({ width: PAGE_WIDTH, height: 600 });
+async function markedPage(session, page, url) {
+  await session.setViewport(page, { width: PAGE_WIDTH, height: 600 });
   return waitFor('the extension to mark the sample page\'s links', async () => {
     if (page.url() !== url) await page.goto(url);
     const done = await page.waitForFunction(() =>
@@ -259,7 +259,7 @@ async function partTwo(sim, cliLevels, links, browser, outDir) {
   // toolbar gate drops what pages ask.
   await waitFor('the host to ask the service for its settings', () => sim.requestsTo('/BrowserExt/setting').length > 0);
   const page = await session.openPage('about:blank');
-  const marked = await markedPage(page, server.url);
+  const marked = await markedPage(session, page, server.url);
 
   console.log(`\n${server.url} in ${name}, links as the extension marked them:`);
   const width = Math.max(...links.map((l) => l.url.length));
@@ -281,7 +281,7 @@ async function partTwo(sim, cliLevels, links, browser, outDir) {
   // Over the sample page, as the toolbar shows it, at the size a toolbar
   // popover has, drawn at twice the density.
   const popup = await session.openPopup();
-  await popup.setViewport({ ...POPUP_SIZE, deviceScaleFactor: POPUP_SCALE });
+  await session.setViewport(popup, { ...POPUP_SIZE, deviceScaleFactor: POPUP_SCALE });
   const rows = await popupRows(popup);
   console.log(`\nThe popup (${session.popupUrl}), drawn from the host's state:`);
   for (const r of rows) {
