@@ -615,10 +615,18 @@ DoctorBrowserReport doctorBrowserReport(const std::vector<std::string>& args, co
 
   std::map<std::string, ProbeResult> probes;  // one round trip per executable
   bool anyRegistered = false, anyBroken = false;
+  std::string notFound;  // unregistered browsers that are not on this machine, named on one line
   for (const Location& where : locationsOf(*selection, env, nullptr)) {
     auto text = readFile(where.file);
     if (!text) {
       std::error_code ec;
+      // A missing registration only matters for a browser that is here or
+      // that the user asked about.
+      if (where.browser && !selection->browsersNamed && !fs::exists(where.file, ec) &&
+          !presenceOf(*where.browser, where.scope, env)) {
+        notFound += (notFound.empty() ? "" : ", ") + where.label;
+        continue;
+      }
       report.lines.push_back(where.label + ": " +
                              (fs::exists(where.file, ec) ? "cannot read " : "not registered (") +
                              where.file.string() + (fs::exists(where.file, ec) ? "" : ")"));
@@ -646,6 +654,7 @@ DoctorBrowserReport doctorBrowserReport(const std::vector<std::string>& args, co
     report.lines.push_back("  round trip: " + probe->second.text);
     anyBroken = anyBroken || !probe->second.ok;
   }
+  if (!notFound.empty()) report.lines.push_back("not found on this machine, so not checked: " + notFound);
   if (!anyRegistered) report.lines.push_back("browsers: wren-bridge is not registered; run \"wren-bridge install\"");
   report.ok = anyRegistered && !anyBroken;
   return report;
