@@ -30,7 +30,7 @@ class StdinReader {
   // Their bytes: a few of the largest frames a browser sends.
   static constexpr size_t kMaxWaitingBytes = 128 * 1024 * 1024;
 
-  // handle(parsed, payloadBytes) runs on the loop for each frame; atEnd runs
+  // handle(parsed) runs on the loop for each frame; atEnd runs
   // there once, after the last frame, when stdin ends or breaks.
   using Handler = std::function<void(ParsedEnvelope parsed)>;
   StdinReader(RunLoop& loop, int fd, Handler handle, std::function<void()> atEnd);

@@ -6,6 +6,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "util/url_escapes.h"
+
 namespace wren {
 
 namespace {
@@ -43,7 +45,6 @@ bool needsHeaderEscaping(std::string_view value) {
 std::string safeHeaderValue(std::string_view value) {
   // Almost every value is clean: one scan, one copy.
   if (!needsHeaderEscaping(value)) return std::string(value);
-  static constexpr char kHex[] = "0123456789ABCDEF";
   std::string out;
   out.reserve(value.size() + 6);
   for (char c : value) {
@@ -51,10 +52,7 @@ std::string safeHeaderValue(std::string_view value) {
       out += c;
       continue;
     }
-    auto byte = static_cast<unsigned char>(c);
-    out += '%';
-    out += kHex[byte >> 4];
-    out += kHex[byte & 0xF];
+    appendPercentEscape(out, static_cast<unsigned char>(c));
   }
   return out;
 }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "util/url_escapes.h"
+
 namespace wren {
 
 namespace {
@@ -58,16 +60,13 @@ void encodeValue(std::string& out, const std::string& name, const Json& value) {
 }  // namespace
 
 std::string percentEncodeQueryComponent(std::string_view s) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
   std::string out;
   out.reserve(s.size());
   for (unsigned char c : s) {
     if (passesUnescaped(c)) {
       out += static_cast<char>(c);
     } else {
-      out += '%';
-      out += kHex[c >> 4];
-      out += kHex[c & 0xF];
+      appendPercentEscape(out, c);
     }
   }
   return out;

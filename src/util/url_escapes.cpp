@@ -7,8 +7,6 @@
 namespace wren {
 namespace {
 
-constexpr char kUpperHex[] = "0123456789ABCDEF";
-
 // The seven bytes in 0x20..0x40 that the pages and the service expect escaped:
 // ' ' '#' '%' '/' ':' ';' '@'. Bit i stands for the byte 0x20 + i.
 constexpr uint64_t kEscapedMask = (1ull << (' ' - 0x20)) | (1ull << ('#' - 0x20)) | (1ull << ('%' - 0x20)) |
@@ -35,9 +33,7 @@ std::string encodeURI(std::string_view s) {
   for (char c : s) {
     auto b = static_cast<unsigned char>(c);
     if (mustEscape(b)) {
-      out.push_back('%');
-      out.push_back(kUpperHex[b >> 4]);
-      out.push_back(kUpperHex[b & 0xF]);
+      appendPercentEscape(out, b);
     } else {
       out.push_back(c);
     }

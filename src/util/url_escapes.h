@@ -11,6 +11,15 @@
 
 namespace wren {
 
+// Appends `byte` as "%XX" with upper-case hex digits: the one escape form
+// that addresses, queries and header values share.
+inline void appendPercentEscape(std::string& out, unsigned char byte) {
+  constexpr char kUpperHex[] = "0123456789ABCDEF";
+  out += '%';
+  out += kUpperHex[byte >> 4];
+  out += kUpperHex[byte & 0xF];
+}
+
 // Escapes bytes >= 0x80 and exactly the seven characters ' ', '#', '%', '/',
 // ':', ';', '@' as "%XX" (upper-case hex); every other byte passes through.
 // Stops at the first NUL byte.
