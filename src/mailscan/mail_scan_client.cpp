@@ -37,7 +37,7 @@ MailScanClient& MailScanClient::sharedInstance() {
   return instance;
 }
 
-std::string MailScanClient::md5(std::string_view text) { return wren::md5(text); }
+std::string MailScanClient::md5(std::string_view text) { return wren::md5UpToNul(text); }
 
 void MailScanClient::post(std::string_view path, std::string_view scheme, const std::optional<Json>& input,
                           std::function<void(const std::optional<Json>& body)> onSuccess,
@@ -144,7 +144,7 @@ std::string serverResponseLogLine(const Json& answer) {
 
 std::string emailHashLogLine(const std::optional<std::string>& email) {
   std::string line(kEmailHashPrefix);
-  line += wren::md5(email.value_or(std::string()));
+  line += wren::md5UpToNul(email.value_or(std::string()));
   return line;
 }
 

@@ -20,31 +20,6 @@ constexpr std::array<int, 256> makeBase64Table() {
 }
 constexpr std::array<int, 256> kBase64Values = makeBase64Table();
 
-// Length of the well-formed UTF-8 sequence at s[i], or 0 when it is not one
-// (overlong forms, surrogates and values above U+10FFFF included).
-size_t sequenceLength(std::string_view s, size_t i) {
-  auto at = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
-  auto cont = [&](size_t k) { return k < s.size() && (at(k) & 0xC0) == 0x80; };
-  unsigned char b = at(i);
-  if (b < 0x80) return 1;
-  if (b >= 0xC2 && b <= 0xDF) return cont(i + 1) ? 2 : 0;
-  if (b >= 0xE0 && b <= 0xEF) {
-    if (!cont(i + 1) || !cont(i + 2)) return 0;
-    unsigned char b1 = at(i + 1);
-    if (b == 0xE0 && b1 < 0xA0) return 0;  // overlong
-    if (b == 0xED && b1 > 0x9F) return 0;  // surrogate
-    return 3;
-  }
-  if (b >= 0xF0 && b <= 0xF4) {
-    if (!cont(i + 1) || !cont(i + 2) || !cont(i + 3)) return 0;
-    unsigned char b1 = at(i + 1);
-    if (b == 0xF0 && b1 < 0x90) return 0;  // overlong
-    if (b == 0xF4 && b1 > 0x8F) return 0;  // above U+10FFFF
-    return 4;
-  }
-  return 0;
-}
-
 std::string toHex(const unsigned char* bytes, size_t n) {
   std::string out;
   out.reserve(n * 2);
@@ -114,11 +89,34 @@ std::optional<std::string> base64DecodedString(std::string_view b64) {
   return out;
 }
 
+size_t utf8SequenceLength(std::string_view s, size_t i) {
+  auto at = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
+  auto cont = [&](size_t k) { return k < s.size() && (at(k) & 0xC0) == 0x80; };
+  unsigned char b = at(i);
+  if (b < 0x80) return 1;
+  if (b >= 0xC2 && b <= 0xDF) return cont(i + 1) ? 2 : 0;
+  if (b >= 0xE0 && b <= 0xEF) {
+    if (!cont(i + 1) || !cont(i + 2)) return 0;
+    unsigned char b1 = at(i + 1);
+    if (b == 0xE0 && b1 < 0xA0) return 0;  // overlong
+    if (b == 0xED && b1 > 0x9F) return 0;  // surrogate
+    return 3;
+  }
+  if (b >= 0xF0 && b <= 0xF4) {
+    if (!cont(i + 1) || !cont(i + 2) || !cont(i + 3)) return 0;
+    unsigned char b1 = at(i + 1);
+    if (b == 0xF0 && b1 < 0x90) return 0;  // overlong
+    if (b == 0xF4 && b1 > 0x8F) return 0;  // above U+10FFFF
+    return 4;
+  }
+  return 0;
+}
+
 size_t utf16Length(std::string_view utf8) {
   size_t units = 0;
   size_t i = 0;
   while (i < utf8.size()) {
-    size_t n = sequenceLength(utf8, i);
+    size_t n = utf8SequenceLength(utf8, i);
     if (n == 0) {
       units += 1;
       i += 1;
@@ -133,7 +131,7 @@ size_t utf16Length(std::string_view utf8) {
 bool isValidUtf8(std::string_view s) {
   size_t i = 0;
   while (i < s.size()) {
-    size_t n = sequenceLength(s, i);
+    size_t n = utf8SequenceLength(s, i);
     if (n == 0) return false;
     i += n;
   }
@@ -144,7 +142,7 @@ std::string SHA256(std::string_view s) { return digestHex(EVP_sha256(), digestIn
 
 std::string MD5(std::string_view s) { return digestHex(EVP_md5(), digestInput(s)); }
 
-std::string md5(std::string_view s) {
+std::string md5UpToNul(std::string_view s) {
   size_t nul = s.find('\0');
   return digestHex(EVP_md5(), nul == std::string_view::npos ? s : s.substr(0, nul));
 }

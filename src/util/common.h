@@ -1,5 +1,5 @@
 #pragma once
-// Base64 and digests of strings.
+// Base64, digests and UTF-8 reading of strings.
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,10 +21,16 @@ size_t utf16Length(std::string_view utf8);
 std::string SHA256(std::string_view s);
 std::string MD5(std::string_view s);
 
-// MD5 of all bytes up to the first NUL, lower-case hex (the mail-scan log).
-std::string md5(std::string_view s);
+// Lower-case hex MD5 of every byte before the first NUL (all of them when
+// there is none), unlike MD5 above: the mail-scan log's digest.
+std::string md5UpToNul(std::string_view s);
 
 // true when the bytes are well-formed UTF-8.
 bool isValidUtf8(std::string_view s);
+
+// The length of the well-formed UTF-8 sequence at s[i] (1 for an ASCII
+// byte), or 0 when none starts there: overlong forms, surrogates and values
+// above U+10FFFF are not well-formed. i < s.size().
+size_t utf8SequenceLength(std::string_view s, size_t i);
 
 }  // namespace wren
