@@ -1,9 +1,9 @@
 // Messages relayed as commands to the local service or to the mail-scan
 // relay, answered with what comes back.
-#include "bridge/log_text.h"
 #include "bridge/safari_extension_handler.h"
 #include "server/wren_browser_ext_server.h"
 #include "util/common.h"
+#include "util/json.h"
 #include "util/json_parse.h"
 #include "util/logging.h"
 
@@ -30,8 +30,8 @@ void SafariExtensionHandler::sendCommand(const BrowserHandle& page, const Json& 
 }
 
 void SafariExtensionHandler::getSetting(const BrowserHandle& page, const Json& info) {
-  const Json* e = valueForKey(info, "e");
-  const Json* i = valueForKey(info, "i");
+  const Json* e = findMember(info, "e");
+  const Json* i = findMember(info, "i");
   if (!e || !i) {
     systemLog(std::string("[SafariToolbar] vd_get_setting dropped: no ") + (!e ? "e" : "i"));
     return;

@@ -9,10 +9,4 @@ std::string objectText(const Json* value) {
   return toString(*value);
 }
 
-const Json* valueForKey(const Json& info, const char* key) {
-  if (!info.is_object()) return nullptr;
-  auto it = info.find(key);
-  return it == info.end() ? nullptr : &*it;
-}
-
 }  // namespace wren

@@ -11,7 +11,4 @@ namespace wren {
 // list in its one-line form, an absent value (nullptr) as "(null)".
 std::string objectText(const Json* value);
 
-// The value under key when info is a dictionary holding it, else nullptr.
-const Json* valueForKey(const Json& info, const char* key);
-
 }  // namespace wren

@@ -15,7 +15,7 @@ constexpr int kDefaultWtpLevel = 1;
 // The "urls" list of a rating request when it can be rated: a list of
 // dictionaries. Logs why and returns nullptr otherwise; absent is silent.
 const Json* ratingItems(const std::string& name, const Json& info) {
-  const Json* urls = valueForKey(info, "urls");
+  const Json* urls = findMember(info, "urls");
   if (!urls) return nullptr;
   if (!urls->is_array()) {
     systemLog("[SafariToolbar] " + name + " dropped: urls is not a list");
@@ -35,7 +35,7 @@ void SafariExtensionHandler::rateItems(const BrowserHandle& page, const Json& in
   const Json* urls = ratingItems("rateItems", info);
   if (!urls) return;
   // A request without a type is deliberately not rated.
-  const Json* type = valueForKey(info, "type");
+  const Json* type = findMember(info, "type");
   if (!type) return;
   if (type->is_string()) {
     const auto& t = type->get_ref<const std::string&>();
@@ -47,7 +47,7 @@ void SafariExtensionHandler::rateItems(const BrowserHandle& page, const Json& in
 
   Browser& browser = browser_;
   server_.rateURL(*urls, [&browser, page, items = *urls](const Json& answer) mutable {
-    const Json* results = valueForKey(answer, "results");
+    const Json* results = findMember(answer, "results");
     const Json noResults = Json::array();
     if (!results || results->is_null()) results = &noResults;
     if (!results->is_array()) {
@@ -60,7 +60,7 @@ void SafariExtensionHandler::rateItems(const BrowserHandle& page, const Json& in
       return;
     }
     for (size_t i = 0; i < results->size(); ++i) {
-      if (!valueForKey((*results)[i], "level")) {
+      if (!findMember((*results)[i], "level")) {
         systemLog("[SafariToolbar] rateItems dropped: result " + std::to_string(i) + " has no level");
         return;
       }
@@ -77,7 +77,7 @@ void SafariExtensionHandler::wtpRating(const BrowserHandle& page, const Json& in
     systemLog("[SafariToolbar] wtp_rating dropped: no items");
     return;
   }
-  systemLog(objectText(valueForKey((*urls)[0], "url")));
+  systemLog(objectText(findMember((*urls)[0], "url")));
 
   // The page rating is offered only while the service says the toolbar is
   // on, so its settings are asked afresh first.
@@ -89,7 +89,7 @@ void SafariExtensionHandler::wtpRating(const BrowserHandle& page, const Json& in
         applySettings(setting, settings);
         if (!setting.bToolbarEnabled()) return;
         server.rateWTPURL(items, [&browser, page, items](const Json& answer) mutable {
-          const Json* results = valueForKey(answer, "results");
+          const Json* results = findMember(answer, "results");
           if (!results || !results->is_array() || results->empty()) {
             systemLog("[SafariToolbar] wtp_rating dropped: no results");
             return;
@@ -101,12 +101,12 @@ void SafariExtensionHandler::wtpRating(const BrowserHandle& page, const Json& in
           }
           Json item = items[0];
           for (const char* key : {"category", "categoryGroup", "level"})
-            if (const Json* v = valueForKey(first, key)) item[key] = *v;
+            if (const Json* v = findMember(first, key)) item[key] = *v;
           Json reply = Json::object();
           reply["results"] = std::move(item);
-          const Json* level = valueForKey(answer, "wtp_level");
+          const Json* level = findMember(answer, "wtp_level");
           reply["wtp_level"] = level ? *level : Json(kDefaultWtpLevel);
-          if (const Json* version = valueForKey(answer, "productVersion")) reply["productVersion"] = *version;
+          if (const Json* version = findMember(answer, "productVersion")) reply["productVersion"] = *version;
           browser.dispatchMessageToScript(page, "wtp_rating", reply);
         });
       },

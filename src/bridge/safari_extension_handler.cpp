@@ -4,10 +4,10 @@
 #include <cctype>
 #include <utility>
 
-#include "bridge/log_text.h"
 #include "net/ajax.h"
 #include "server/setting.h"
 #include "server/wren_browser_ext_server.h"
+#include "util/json.h"
 #include "util/logging.h"
 
 namespace wren {
@@ -84,7 +84,7 @@ void SafariExtensionHandler::sendData(const Json& info) {
 }
 
 void SafariExtensionHandler::setEmail(const BrowserHandle& page, const Json& info) {
-  const Json* email = valueForKey(info, "email");
+  const Json* email = findMember(info, "email");
   auto& item = setting_.veldrinConfigItem();
   if (!email || email->is_null()) {
     // No address reported: nothing equals it, so the stored one is cleared.
@@ -98,7 +98,7 @@ void SafariExtensionHandler::setEmail(const BrowserHandle& page, const Json& inf
 }
 
 void SafariExtensionHandler::openNewTab(const Json& info) {
-  const Json* url = valueForKey(info, "url");
+  const Json* url = findMember(info, "url");
   if (!url || !url->is_string()) {
     systemLog("[SafariToolbar] vd_open_new_tab: url is not a text, nothing opened");
     return;
@@ -128,7 +128,7 @@ void SafariExtensionHandler::showProtectPromotion(const BrowserHandle& page) {
 }
 
 void SafariExtensionHandler::getUserEmail(const Json& info) {
-  const Json* email = valueForKey(info, "email");
+  const Json* email = findMember(info, "email");
   auto& item = setting_.veldrinConfigItem();
   if (!email || !email->is_string()) {
     systemLog("[SafariToolbar] vd_get_user_email return email is nil");
@@ -143,7 +143,7 @@ void SafariExtensionHandler::getUserEmail(const Json& info) {
 }
 
 void SafariExtensionHandler::blockPage(const BrowserHandle& page, const Json& info) {
-  const Json* href = valueForKey(info, "href");
+  const Json* href = findMember(info, "href");
   if (href && !href->is_null() && !href->is_string())
     systemLog("[SafariToolbar] block_page: href is not a text, read as none");
   if (href && href->is_string() && href->get_ref<const std::string&>().find(kBlockCodeMarker) != std::string::npos) {

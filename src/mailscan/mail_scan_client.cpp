@@ -18,10 +18,9 @@ constexpr std::string_view kEmailHashPrefix = "[Veldrin]Email Hash is ";
 
 // The text under `key` of the page's dictionary, when it is one.
 std::optional<std::string> stringField(const std::optional<Json>& input, const char* key) {
-  if (!input || !input->is_object()) return std::nullopt;
-  auto it = input->find(key);
-  if (it == input->end() || !it->is_string()) return std::nullopt;
-  return it->get<std::string>();
+  const Json* field = input ? findMember(*input, key) : nullptr;
+  if (!field || !field->is_string()) return std::nullopt;
+  return field->get<std::string>();
 }
 
 // A fire-and-forget "log" command: its outcome is of no interest to anyone.
