@@ -104,17 +104,9 @@ void deliverFailure(AjaxRequest& request, const std::optional<HttpResponse>& res
 }
 
 void deliverSuccess(AjaxRequest& request, const std::optional<Json>& body) {
-  switch (request.kind) {
-    case AjaxRequest::Kind::RawPost:
-      if (request.rawSuccess) request.rawSuccess(request.response, body, std::nullopt);
-      return;
-    case AjaxRequest::Kind::Get:
-    case AjaxRequest::Kind::FormPost:
-      // Their answers are logged as "Ajax response" at info level, and info
-      // records are dropped unwritten (util/logging.h), so the body is not
-      // turned into text for one: for a rating answer that cost as much as
-      // decoding it.
-      break;
+  if (request.kind == AjaxRequest::Kind::RawPost) {
+    if (request.rawSuccess) request.rawSuccess(request.response, body, std::nullopt);
+    return;
   }
   if (request.success) request.success(request.response, body);
 }

@@ -146,12 +146,6 @@ Headers mergeHeaders(Headers base, Headers&& overrides) {
   return base;
 }
 
-std::string curlHeaderLine(std::string_view name, std::string_view value) {
-  std::string line;
-  writeCurlHeaderLine(line, name, value);
-  return line;
-}
-
 void writeCurlHeaderLine(std::string& line, std::string_view name, std::string_view value) {
   line.assign(name);
   if (value.empty()) {

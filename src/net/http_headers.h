@@ -22,11 +22,9 @@ bool isSendableHeaderName(std::string_view name);
 Headers mergeHeaders(Headers base, const Headers& overrides);
 // The same, moving the overriding strings instead of copying them.
 Headers mergeHeaders(Headers base, Headers&& overrides);
-// The line libcurl sends for (name, value): "Name: value", or "Name;" for an
-// empty value (libcurl would drop "Name:" instead of sending it empty).
-std::string curlHeaderLine(std::string_view name, std::string_view value);
-// The same line written into `line` (replacing what it held), so one buffer
-// serves a whole list.
+// Writes into `line` (replacing what it held, so one buffer serves a whole
+// list) the line libcurl sends for (name, value): "Name: value", or "Name;"
+// for an empty value (libcurl would drop "Name:" instead of sending it empty).
 void writeCurlHeaderLine(std::string& line, std::string_view name, std::string_view value);
 
 }  // namespace wren
