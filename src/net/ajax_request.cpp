@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstring>
 
+#include "net/curl_transfers.h"
 #include "util/logging.h"
 #include "util/version.h"
 
@@ -75,7 +76,7 @@ HttpError transportError(CURLcode rc, const AjaxRequest& request) {
     return {HttpError::kTooLarge, "Request failed: the answer is larger than " +
                                       std::to_string(Ajax::kMaxBodyBytes / (1024 * 1024)) + " MiB"};
   switch (rc) {
-    case RunLoop::kDroppedTransfer:
+    case CurlTransfers::kDroppedTransfer:
       return {code, "Request failed: dropped unsent, " + std::to_string(RunLoop::kMaxWaitingTransfers) +
                         " newer requests were waiting"};
     case CURLE_COULDNT_CONNECT:
@@ -204,14 +205,15 @@ CURLcode configure(CURL* easy, AjaxRequest& request) {
 }  // namespace
 
 void launchRequest(RunLoop& loop, const std::shared_ptr<AjaxRequest>& request) {
-  CURL* easy = loop.takeEasyHandle();
+  CurlTransfers& transfers = loop.transfers();
+  CURL* easy = transfers.takeEasyHandle();
   CURLcode rc = easy ? configure(easy, *request) : CURLE_FAILED_INIT;
   if (rc != CURLE_OK) {
     if (easy) curl_easy_cleanup(easy);
     loop.post([request, rc] { complete(*request, nullptr, rc); });
     return;
   }
-  loop.addTransfer(easy, [request, easy](CURLcode result) { complete(*request, easy, result); });
+  transfers.add(easy, [request, easy](CURLcode result) { complete(*request, easy, result); });
 }
 
 }  // namespace wren

@@ -13,6 +13,7 @@
 #include <optional>
 #include <thread>
 
+#include "net/curl_transfers.h"
 #include "support/test_server.h"
 
 namespace wren::test {
@@ -241,7 +242,7 @@ TEST_F(AjaxTest, ABurstRunsAtMostTheCapAtOnceAndDropsTheOldestWaitingWithAFailur
         server.origin() + "/burst", {}, Json(), [&, i](auto&, auto&) { ++calls[i]; },
         [&, i](auto&, const HttpError& e) {
           ++calls[i];
-          if (e.code == RunLoop::kDroppedTransfer) dropped.push_back(i);
+          if (e.code == CurlTransfers::kDroppedTransfer) dropped.push_back(i);
         });
   }
   ASSERT_TRUE(runUntil(loop, [&] { return loop.pendingTransfers() == 0; }));
