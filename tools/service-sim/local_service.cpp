@@ -76,8 +76,8 @@ std::vector<ItemHeaders> itemHeaders(const WireRequest& req, size_t count) {
 }
 
 // JSON text written straight into the answer: a rating answer is a list of
-// small flat objects, and building them as a document first cost more than
-// rating the addresses. Text that needs escaping goes through the JSON
+// small flat objects, and building them as a document first would cost more
+// than rating the addresses. Text that needs escaping goes through the JSON
 // library, so the bytes are the same as dumpJson's.
 void appendJsonString(std::string* out, std::string_view text) {
   bool plain = true;
