@@ -19,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/frame_codec.h"
 #include "load_support.h"
 #include "support/host_process.h"
 
@@ -43,11 +44,7 @@ int openDescriptors(pid_t pid) {
   return n;
 }
 
-std::string framed(const OJson& frame) {
-  std::string payload = frame.dump();
-  uint32_t length = static_cast<uint32_t>(payload.size());
-  return std::string(reinterpret_cast<const char*>(&length), sizeof length) + payload;
-}
+std::string framed(const OJson& frame) { return wren::encodeFrame(frame.dump()); }
 
 }  // namespace
 

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "host/frame_codec.h"
 #include "load_support.h"
 #include "support/host_process.h"
 
@@ -76,11 +77,9 @@ int main(int argc, char** argv) {
   // once, so the driver spends its time reading answers, not re-encoding.
   std::vector<std::string> requestFrames(pages);
   for (int p = 0; p < pages; ++p) {
-    std::string payload = OJson{{"type", "message"}, {"name", "rateItems"}, {"page", p},
-                                {"userInfo", {{"type", "AutomaticScan"}, {"urls", urls}}}}
-                              .dump();
-    uint32_t length = static_cast<uint32_t>(payload.size());
-    requestFrames[p] = std::string(reinterpret_cast<const char*>(&length), sizeof length) + payload;
+    requestFrames[p] = wren::encodeFrame(OJson{{"type", "message"}, {"name", "rateItems"}, {"page", p},
+                                               {"userInfo", {{"type", "AutomaticScan"}, {"urls", urls}}}}
+                                             .dump());
   }
   // An answer counts when it is the page's rating: every link back, with a level.
   auto isAnswer = [&](const OJson& f, int* page) {
