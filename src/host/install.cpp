@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iostream>
 #include <map>
+#include <optional>
+#include <string_view>
 
 #include "host/doctor_probe.h"
 #include "host/install_files.h"
@@ -22,6 +24,25 @@ std::string manifestText(const Location& where, const Selection& s, const fs::pa
   return hostManifest(where.family, exe, ids).dump(2) + "\n";
 }
 
+// The command's selection, or nullopt when the command ends at its arguments:
+// bad ones (said with the usage, *status 2) or --help (*status 0).
+std::optional<Selection> commandSelection(std::string_view command, const std::vector<std::string>& args,
+                                          const InstallEnvironment& env, int* status) {
+  std::string error;
+  auto selection = parseSelection(args, command == "install", &error);
+  if (!selection) {
+    errOf(env) << "wren-bridge " << command << ": " << error << "\n\n" << kInstallUsage;
+    *status = 2;
+    return std::nullopt;
+  }
+  if (selection->help) {
+    outOf(env) << kInstallUsage;
+    *status = 0;
+    return std::nullopt;
+  }
+  return selection;
+}
+
 }  // namespace
 
 int runInstallCommand(const std::vector<std::string>& args) {
@@ -33,23 +54,16 @@ int runUninstallCommand(const std::vector<std::string>& args) {
 }
 
 int runInstallCommand(const std::vector<std::string>& args, const InstallEnvironment& env) {
-  std::string error;
-  auto selection = parseSelection(args, true, &error);
-  if (!selection) {
-    errOf(env) << "wren-bridge install: " << error << "\n\n" << kInstallUsage;
-    return 2;
-  }
-  if (selection->help) {
-    outOf(env) << kInstallUsage;
-    return 0;
-  }
+  int status = 0;
+  auto selection = commandSelection("install", args, env, &status);
+  if (!selection) return status;
   if (env.executable.empty() || !env.executable.is_absolute()) {
     errOf(env) << "wren-bridge install: cannot tell where this executable is\n";
     return 1;
   }
   std::vector<std::string> skipped;
   std::vector<fs::path> created;
-  int status = 0;
+  std::string error;
   bool registered = false;
   for (const Location& where : locationsOf(*selection, env, &skipped)) {
     if (where.browser && !selection->browsersNamed && !presenceOf(*where.browser, where.scope, env)) {
@@ -81,17 +95,9 @@ int runInstallCommand(const std::vector<std::string>& args, const InstallEnviron
 }
 
 int runUninstallCommand(const std::vector<std::string>& args, const InstallEnvironment& env) {
-  std::string error;
-  auto selection = parseSelection(args, false, &error);
-  if (!selection) {
-    errOf(env) << "wren-bridge uninstall: " << error << "\n\n" << kInstallUsage;
-    return 2;
-  }
-  if (selection->help) {
-    outOf(env) << kInstallUsage;
-    return 0;
-  }
   int status = 0;
+  auto selection = commandSelection("uninstall", args, env, &status);
+  if (!selection) return status;
   for (const Location& where : locationsOf(*selection, env, nullptr)) {
     std::error_code ec;
     if (fs::remove(where.file, ec)) {
