@@ -19,7 +19,6 @@
 #include "support/host_process.h"
 
 using namespace std::chrono;
-using wren::bench::startSimulator;
 using wren::bench::statusKiB;
 using wren::test::HostProcess;
 using wren::test::OJson;
@@ -34,37 +33,17 @@ int main(int argc, char** argv) {
     if (a == "--seconds") seconds = std::stod(argv[i + 1]);
   }
   pid_t sim = -1;
-  int port = startSimulator(&sim);
-  if (port <= 0) {
+  auto env = wren::bench::hostEnvironment("load", &sim);
+  if (env.empty()) {
     std::fprintf(stderr, "could not start the simulator\n");
     return 1;
   }
-  char tmpl[] = "/tmp/wren-load-XXXXXX";
-  std::string config = mkdtemp(tmpl);
-  std::map<std::string, std::string> env{{"WREN_SERVICE_ORIGIN", "http://127.0.0.1:" + std::to_string(port)},
-                                         {"XDG_CONFIG_HOME", config}};
-
   auto t0 = steady_clock::now();
   HostProcess host(WREN_BRIDGE_EXE, {}, env);
   auto hello = host.readFrame();
   double helloMs = duration<double, std::milli>(steady_clock::now() - t0).count();
   if (!hello) return 1;
-
-  // A toolbar validation loads the service's settings, as in the browser;
-  // probe until a page message is answered.
-  host.send({{"type", "hook"}, {"name", "validateToolbarItem"}, {"window", nullptr}});
-  bool ready = false;
-  for (int attempt = 0; attempt < 50 && !ready; ++attempt) {
-    host.send({{"type", "message"}, {"name", "vd_set_email"}, {"page", -1}, {"userInfo", {{"email", ""}}}});
-    ready = host.readFrameWhere(
-                    [&](const OJson& f) {
-                      if (f["type"] == "call") host.send({{"type", "result"}, {"id", f["id"]}, {"value", nullptr}});
-                      return f.value("page", OJson()) == -1;
-                    },
-                    300ms)
-                .has_value();
-  }
-  if (!ready) {
+  if (!wren::bench::enableToolbar(host, -1)) {
     std::fprintf(stderr, "the host never enabled the toolbar\n");
     return 1;
   }
