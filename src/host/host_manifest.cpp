@@ -41,6 +41,10 @@ bool isFirefoxId(std::string_view id) {
   return true;
 }
 
+const char* allowedIdsKey(BrowserFamily family) {
+  return family == BrowserFamily::kFirefox ? "allowed_extensions" : "allowed_origins";
+}
+
 std::string manifestFileName() { return std::string(kNativeHostName) + ".json"; }
 
 Json hostManifest(BrowserFamily family, const fs::path& executable, const std::vector<std::string>& extensionIds) {
@@ -51,8 +55,8 @@ Json hostManifest(BrowserFamily family, const fs::path& executable, const std::v
   m["type"] = "stdio";
   Json ids = Json::array();
   for (const auto& id : extensionIds)
-    ids.push_back(family == BrowserFamily::kFirefox ? id : "chrome-extension://" + id + "/");
-  m[family == BrowserFamily::kFirefox ? "allowed_extensions" : "allowed_origins"] = std::move(ids);
+    ids.push_back(family == BrowserFamily::kFirefox ? id : std::string(kChromiumOriginScheme) + id + "/");
+  m[allowedIdsKey(family)] = std::move(ids);
   return m;
 }
 
@@ -77,7 +81,7 @@ std::vector<std::string> manifestProblems(const Json& m, BrowserFamily family) {
     else if (!S_ISREG(st.st_mode) || ::access(path->c_str(), X_OK) != 0)
       problems.push_back(*path + " is not an executable file");
   }
-  const char* idsKey = family == BrowserFamily::kFirefox ? "allowed_extensions" : "allowed_origins";
+  const char* idsKey = allowedIdsKey(family);
   auto ids = m.find(idsKey);
   if (ids == m.end() || !ids->is_array() || ids->empty()) {
     problems.push_back(std::string("no \"") + idsKey + "\"");
@@ -86,10 +90,10 @@ std::vector<std::string> manifestProblems(const Json& m, BrowserFamily family) {
       bool ok = id.is_string();
       if (ok && family == BrowserFamily::kChromium) {
         const std::string s = id.get<std::string>();
-        constexpr std::string_view kScheme = "chrome-extension://";
         // Chromium ignores an origin without its trailing slash.
-        ok = s.size() == kScheme.size() + kChromiumIdLength + 1 && s.rfind(kScheme, 0) == 0 && s.back() == '/' &&
-             isChromiumId(std::string_view(s).substr(kScheme.size(), kChromiumIdLength));
+        const size_t idStart = kChromiumOriginScheme.size();
+        ok = s.size() == idStart + kChromiumIdLength + 1 && s.rfind(kChromiumOriginScheme, 0) == 0 &&
+             s.back() == '/' && isChromiumId(std::string_view(s).substr(idStart, kChromiumIdLength));
       }
       if (!ok) problems.push_back(std::string("bad entry in \"") + idsKey + "\": " + id.dump());
     }

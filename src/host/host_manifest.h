@@ -23,10 +23,16 @@ inline constexpr std::string_view kDevelopmentExtensionId = "kkkadkgcagokddgolmd
 // The Firefox variant's id (browser_specific_settings.gecko.id).
 inline constexpr std::string_view kFirefoxExtensionId = "wren-bridge@wren.example";
 
+// Chromium names an extension by its origin: this scheme, the id and a slash.
+inline constexpr std::string_view kChromiumOriginScheme = "chrome-extension://";
+
 enum class BrowserFamily { kChromium, kFirefox };
 
 // "com.wren.bridge.json".
 std::string manifestFileName();
+
+// The manifest's key for the extensions that may connect.
+const char* allowedIdsKey(BrowserFamily family);
 
 bool isChromiumId(std::string_view id);
 bool isFirefoxId(std::string_view id);

@@ -173,9 +173,9 @@ DoctorBrowserReport doctorBrowserReport(const std::vector<std::string>& args, co
       continue;
     }
     const std::string exe = manifest["path"].get<std::string>();
-    const char* idsKey = where.family == BrowserFamily::kFirefox ? "allowed_extensions" : "allowed_origins";
     std::string ids;
-    for (const Json& id : manifest[idsKey]) ids += (ids.empty() ? "" : ", ") + id.get<std::string>();
+    for (const Json& id : manifest[allowedIdsKey(where.family)])
+      ids += (ids.empty() ? "" : ", ") + id.get<std::string>();
     report.lines.push_back(where.label + ": registered " + where.file.string() + " -> " + exe + " for " + ids);
     auto probe = probes.find(exe);
     if (probe == probes.end()) probe = probes.emplace(exe, probeHost(exe)).first;

@@ -1,7 +1,5 @@
 #include "host/install_options.h"
 
-#include <cstring>
-
 namespace wren {
 namespace fs = std::filesystem;
 
@@ -70,8 +68,8 @@ std::optional<Selection> parseSelection(const std::vector<std::string>& args, bo
     } else {
       std::string id = value;
       // An origin as Chromium writes it is accepted too.
-      if (id.rfind("chrome-extension://", 0) == 0) {
-        id = id.substr(std::strlen("chrome-extension://"));
+      if (id.rfind(kChromiumOriginScheme, 0) == 0) {
+        id = id.substr(kChromiumOriginScheme.size());
         if (!id.empty() && id.back() == '/') id.pop_back();
       }
       if (isChromiumId(id)) {

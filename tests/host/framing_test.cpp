@@ -60,7 +60,9 @@ const ReaderCase kReaderCases[] = {
     {"EmptyPayload", {header(0)}, {{ReadStatus::kFrame, "", 0}, {ReadStatus::kEndOfStream, "", 0}}},
     {"TruncatedLength", {header(7).substr(0, 3)}, {{ReadStatus::kTruncated, "", 0}}},
     {"TruncatedBody", {header(7) + "{\"a\""}, {{ReadStatus::kTruncated, "", 7}}},
-    {"LengthOverTheLimit", {header(kMaxIncomingFrameBytes + 1)}, {{ReadStatus::kTooLong, "", kMaxIncomingFrameBytes + 1}}},
+    {"LengthOverTheLimit",
+     {header(kMaxIncomingFrameBytes + 1)},
+     {{ReadStatus::kTooLong, "", kMaxIncomingFrameBytes + 1}}},
 };
 
 class FrameReaderTest : public ::testing::TestWithParam<ReaderCase> {};
