@@ -20,7 +20,7 @@ bool createFolders(const std::filesystem::path& dir, std::vector<std::filesystem
 // Writes `file` atomically (mode 0644), so a browser never reads half a
 // manifest; missing folders are made as createFolders makes them.
 bool writeFileCreatingFolders(const std::filesystem::path& file, const std::string& text, std::string* error,
-                         std::vector<std::filesystem::path>* created = nullptr);
+                              std::vector<std::filesystem::path>* created = nullptr);
 
 // Adds `created` to the record file (a JSON object {"folders": [...]}); the
 // record's own folders, when it has to make them, are noted in it too. A

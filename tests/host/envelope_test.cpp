@@ -61,16 +61,5 @@ TEST_P(EnvelopeTest, DropsWithTheReasonOrTakesTheFrame) {
 INSTANTIATE_TEST_SUITE_P(Payloads, EnvelopeTest, ::testing::ValuesIn(kCases),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST(EnvelopeTest, KeepsWhatTheFrameCarries) {
-  auto message = parseEnvelope(R"({"type":"message","name":"n","page":{"tab":1},"userInfo":null})");
-  const auto& m = std::get<IncomingMessage>(*message.value);
-  EXPECT_EQ(m.page, Json({{"tab", 1}}));
-  EXPECT_FALSE(m.userInfo.has_value());
-  auto result = parseEnvelope(R"({"type":"result","id":9})");
-  EXPECT_TRUE(std::get<IncomingResult>(*result.value).value.is_null());
-  auto click = parseEnvelope(R"({"type":"popover","event":"click","control":"btnHelp"})");
-  EXPECT_EQ(std::get<IncomingPopover>(*click.value).control, "btnHelp");
-}
-
 }  // namespace
 }  // namespace wren
