@@ -19,11 +19,11 @@
 #include <thread>
 #include <vector>
 
+#include "host/frame_codec.h"
 #include "load_support.h"
 #include "support/host_process.h"
 
 using namespace std::chrono;
-using wren::bench::startSimulator;
 using wren::bench::statusKiB;
 using wren::test::HostProcess;
 using wren::test::OJson;
@@ -43,11 +43,7 @@ int openDescriptors(pid_t pid) {
   return n;
 }
 
-std::string framed(const OJson& frame) {
-  std::string payload = frame.dump();
-  uint32_t length = static_cast<uint32_t>(payload.size());
-  return std::string(reinterpret_cast<const char*>(&length), sizeof length) + payload;
-}
+std::string framed(const OJson& frame) { return wren::encodeFrame(frame.dump()); }
 
 }  // namespace
 
@@ -59,29 +55,14 @@ int main(int argc, char** argv) {
     if (a == "--links") links = std::stoi(argv[i + 1]);
   }
   pid_t sim = -1;
-  int port = startSimulator(&sim);
-  if (port <= 0) {
+  auto env = wren::bench::hostEnvironment("burst", &sim);
+  if (env.empty()) {
     std::fprintf(stderr, "could not start the simulator\n");
     return 1;
   }
-  char tmpl[] = "/tmp/wren-burst-XXXXXX";
-  std::string config = mkdtemp(tmpl);
-  HostProcess host(WREN_BRIDGE_EXE, {},
-                   {{"WREN_SERVICE_ORIGIN", "http://127.0.0.1:" + std::to_string(port)}, {"XDG_CONFIG_HOME", config}});
+  HostProcess host(WREN_BRIDGE_EXE, {}, env);
   if (!host.readFrame()) return 1;
-  host.send({{"type", "hook"}, {"name", "validateToolbarItem"}, {"window", nullptr}});
-  bool ready = false;
-  for (int attempt = 0; attempt < 50 && !ready; ++attempt) {
-    host.send({{"type", "message"}, {"name", "vd_set_email"}, {"page", "ready"}, {"userInfo", {{"email", ""}}}});
-    ready = host.readFrameWhere(
-                    [&](const OJson& f) {
-                      if (f["type"] == "call") host.send({{"type", "result"}, {"id", f["id"]}, {"value", nullptr}});
-                      return f.value("page", OJson()) == "ready";
-                    },
-                    300ms)
-                .has_value();
-  }
-  if (!ready) {
+  if (!wren::bench::enableToolbar(host, "ready")) {
     std::fprintf(stderr, "the host never enabled the toolbar\n");
     return 1;
   }

@@ -14,11 +14,11 @@
 #include <string>
 #include <vector>
 
+#include "host/frame_codec.h"
 #include "load_support.h"
 #include "support/host_process.h"
 
 using namespace std::chrono;
-using wren::bench::startSimulator;
 using wren::bench::statusKiB;
 using wren::test::HostProcess;
 using wren::test::OJson;
@@ -33,37 +33,17 @@ int main(int argc, char** argv) {
     if (a == "--seconds") seconds = std::stod(argv[i + 1]);
   }
   pid_t sim = -1;
-  int port = startSimulator(&sim);
-  if (port <= 0) {
+  auto env = wren::bench::hostEnvironment("load", &sim);
+  if (env.empty()) {
     std::fprintf(stderr, "could not start the simulator\n");
     return 1;
   }
-  char tmpl[] = "/tmp/wren-load-XXXXXX";
-  std::string config = mkdtemp(tmpl);
-  std::map<std::string, std::string> env{{"WREN_SERVICE_ORIGIN", "http://127.0.0.1:" + std::to_string(port)},
-                                         {"XDG_CONFIG_HOME", config}};
-
   auto t0 = steady_clock::now();
   HostProcess host(WREN_BRIDGE_EXE, {}, env);
   auto hello = host.readFrame();
   double helloMs = duration<double, std::milli>(steady_clock::now() - t0).count();
   if (!hello) return 1;
-
-  // A toolbar validation loads the service's settings, as in the browser;
-  // probe until a page message is answered.
-  host.send({{"type", "hook"}, {"name", "validateToolbarItem"}, {"window", nullptr}});
-  bool ready = false;
-  for (int attempt = 0; attempt < 50 && !ready; ++attempt) {
-    host.send({{"type", "message"}, {"name", "vd_set_email"}, {"page", -1}, {"userInfo", {{"email", ""}}}});
-    ready = host.readFrameWhere(
-                    [&](const OJson& f) {
-                      if (f["type"] == "call") host.send({{"type", "result"}, {"id", f["id"]}, {"value", nullptr}});
-                      return f.value("page", OJson()) == -1;
-                    },
-                    300ms)
-                .has_value();
-  }
-  if (!ready) {
+  if (!wren::bench::enableToolbar(host, -1)) {
     std::fprintf(stderr, "the host never enabled the toolbar\n");
     return 1;
   }
@@ -76,11 +56,9 @@ int main(int argc, char** argv) {
   // once, so the driver spends its time reading answers, not re-encoding.
   std::vector<std::string> requestFrames(pages);
   for (int p = 0; p < pages; ++p) {
-    std::string payload = OJson{{"type", "message"}, {"name", "rateItems"}, {"page", p},
-                                {"userInfo", {{"type", "AutomaticScan"}, {"urls", urls}}}}
-                              .dump();
-    uint32_t length = static_cast<uint32_t>(payload.size());
-    requestFrames[p] = std::string(reinterpret_cast<const char*>(&length), sizeof length) + payload;
+    requestFrames[p] = wren::encodeFrame(OJson{{"type", "message"}, {"name", "rateItems"}, {"page", p},
+                                               {"userInfo", {{"type", "AutomaticScan"}, {"urls", urls}}}}
+                                             .dump());
   }
   // An answer counts when it is the page's rating: every link back, with a level.
   auto isAnswer = [&](const OJson& f, int* page) {

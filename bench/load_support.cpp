@@ -2,13 +2,17 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <fstream>
-#include <string>
-
-#include "support/host_process.h"
 
 namespace wren::bench {
+namespace {
 
+// A probe unanswered this long is sent again, this many times at most.
+constexpr auto kProbeWait = std::chrono::milliseconds(300);
+constexpr int kProbeAttempts = 50;
+
+// The simulator's port, or -1 when it did not come up.
 int startSimulator(pid_t* pid) {
   int out[2];
   if (pipe(out) != 0) return -1;
@@ -28,6 +32,32 @@ int startSimulator(pid_t* pid) {
   auto j = wren::test::OJson::parse(line, nullptr, false);
   if (j.is_discarded() || !j.contains("port")) return -1;
   return j["port"].get<int>();
+}
+
+}  // namespace
+
+std::map<std::string, std::string> hostEnvironment(const std::string& name, pid_t* sim) {
+  int port = startSimulator(sim);
+  if (port <= 0) return {};
+  std::string folder = "/tmp/wren-" + name + "-XXXXXX";
+  if (!mkdtemp(folder.data())) return {};
+  return {{"WREN_SERVICE_ORIGIN", "http://127.0.0.1:" + std::to_string(port)}, {"XDG_CONFIG_HOME", folder}};
+}
+
+bool enableToolbar(wren::test::HostProcess& host, const wren::test::OJson& page) {
+  using wren::test::OJson;
+  host.send({{"type", "hook"}, {"name", "validateToolbarItem"}, {"window", nullptr}});
+  for (int attempt = 0; attempt < kProbeAttempts; ++attempt) {
+    host.send({{"type", "message"}, {"name", "vd_set_email"}, {"page", page}, {"userInfo", {{"email", ""}}}});
+    auto answer = host.readFrameWhere(
+        [&](const OJson& f) {
+          if (f["type"] == "call") host.send({{"type", "result"}, {"id", f["id"]}, {"value", nullptr}});
+          return f.value("page", OJson()) == page;
+        },
+        kProbeWait);
+    if (answer) return true;
+  }
+  return false;
 }
 
 long statusKiB(pid_t pid, const char* field) {

@@ -1,14 +1,26 @@
-// What the load drivers share: the simulator started on a free port, and the
-// host's figures read from /proc. Runs in the driver's own process.
+// What the load drivers share: the host started against the simulator on a
+// free port and brought to the point where it answers pages, and the host's
+// figures read from /proc. Runs in the driver's own process.
 #pragma once
 
 #include <sys/types.h>
 
+#include <map>
+#include <string>
+
+#include "support/host_process.h"
+
 namespace wren::bench {
 
-// Starts wren-service-sim on a free loopback port (its pid in *pid) and
-// returns the port, or -1 when it did not come up.
-int startSimulator(pid_t* pid);
+// Starts wren-service-sim on a free loopback port (its pid in *sim) and
+// returns the environment for a host against it, with a config folder of its
+// own ("/tmp/wren-NAME-XXXXXX"); empty when the simulator did not come up.
+std::map<std::string, std::string> hostEnvironment(const std::string& name, pid_t* sim);
+
+// Sends a toolbar validation, which loads the service's settings as in the
+// browser, then probes with a message from `page` until one is answered;
+// false when none is.
+bool enableToolbar(wren::test::HostProcess& host, const wren::test::OJson& page);
 
 // A "Name:" field of /proc/PID/status in KiB ("VmRSS:", "VmHWM:"), or -1.
 long statusKiB(pid_t pid, const char* field);

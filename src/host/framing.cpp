@@ -5,7 +5,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-#include <cstring>
+#include <algorithm>
 
 namespace wren {
 
@@ -45,8 +45,7 @@ ReadResult FrameReader::next() {
   if (error) return {ReadStatus::kError, {}, 0};
   if (got == 0) return {ReadStatus::kEndOfStream, {}, 0};
   if (got < sizeof header) return {ReadStatus::kTruncated, {}, 0};
-  uint32_t length;
-  std::memcpy(&length, header, sizeof length);
+  const uint32_t length = decodeFrameHeader(header);
   if (length > kMaxIncomingFrameBytes) return {ReadStatus::kTooLong, {}, length};
   ReadResult result{ReadStatus::kFrame, std::string(length, '\0'), length};
   got = readFully(result.payload.data(), length, &error, &cancelled);
@@ -58,9 +57,9 @@ ReadResult FrameReader::next() {
 
 bool writeFrame(int fd, std::string_view payload) {
   if (payload.size() > kMaxOutgoingFrameBytes) return false;
-  uint32_t length = static_cast<uint32_t>(payload.size());
-  iovec parts[2] = {{&length, sizeof length}, {const_cast<char*>(payload.data()), payload.size()}};
-  size_t total = sizeof length + payload.size();
+  FrameHeader header = encodeFrameHeader(static_cast<uint32_t>(payload.size()));
+  iovec parts[2] = {{header.data(), header.size()}, {const_cast<char*>(payload.data()), payload.size()}};
+  size_t total = header.size() + payload.size();
   size_t written = 0;
   while (written < total) {
     ssize_t w = ::writev(fd, parts, 2);
@@ -79,13 +78,6 @@ bool writeFrame(int fd, std::string_view payload) {
     }
   }
   return true;
-}
-
-std::string encodeFrame(std::string_view payload) {
-  uint32_t length = static_cast<uint32_t>(payload.size());
-  std::string out(reinterpret_cast<const char*>(&length), sizeof length);
-  out.append(payload);
-  return out;
 }
 
 std::string_view readStatusName(ReadStatus status) {

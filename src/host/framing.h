@@ -1,22 +1,13 @@
 #pragma once
-// The native-messaging byte format: each frame is a 32-bit length in native
-// byte order followed by that many bytes of UTF-8 JSON. Reader and writer work
-// on plain file descriptors and know nothing about the JSON inside.
-#include <cstddef>
+// Reading and writing native-messaging frames (host/frame_codec.h) on plain
+// file descriptors; they know nothing about the JSON inside.
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 
-namespace wren {
+#include "host/frame_codec.h"
 
-// Browsers send at most 64 MiB to a host. A longer announcement means the
-// stream is corrupt and cannot be resynchronised.
-inline constexpr uint32_t kMaxIncomingFrameBytes = 64u * 1024 * 1024;
-// Browsers close the port on a message longer than 1 MiB from the host, so
-// such a message is dropped instead of sent.
-inline constexpr size_t kMaxOutgoingFrameBytes = 1024 * 1024;
-inline constexpr size_t kFrameHeaderBytes = sizeof(uint32_t);
+namespace wren {
 
 enum class ReadStatus { kFrame, kEndOfStream, kTruncated, kTooLong, kError };
 
@@ -45,9 +36,6 @@ class FrameReader {
 // Writes one frame (header and payload in one go). Returns false when the
 // payload is too long (nothing is written) or the write failed.
 bool writeFrame(int fd, std::string_view payload);
-
-// A frame's bytes, for tests and tools.
-std::string encodeFrame(std::string_view payload);
 
 std::string_view readStatusName(ReadStatus status);
 

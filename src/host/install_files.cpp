@@ -1,22 +1,17 @@
 #include "host/install_files.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <sstream>
 
-#include "util/fd_io.h"
 #include "util/json.h"
+#include "util/whole_file.h"
 
 namespace wren {
 namespace fs = std::filesystem;
 
 namespace {
+
+// Manifests and the record are for every user and browser to read.
+constexpr mode_t kManifestMode = 0644;
 
 std::vector<fs::path> readCreatedFolders(const fs::path& record) {
   std::vector<fs::path> folders;
@@ -35,7 +30,7 @@ std::vector<fs::path> readCreatedFolders(const fs::path& record) {
 bool writeCreatedFolders(const fs::path& record, const std::vector<fs::path>& folders, std::string* error) {
   Json list = Json::array();
   for (const auto& f : folders) list.push_back(f.string());
-  return writeFileAtomically(record, Json{{"folders", list}}.dump(2) + "\n", error);
+  return writeFileCreatingFolders(record, Json{{"folders", list}}.dump(2) + "\n", error);
 }
 
 // Whether `inner` is `outer` or lies below it.
@@ -117,42 +112,14 @@ void removeEmptyCreatedFolders(const fs::path& record, std::ostream& out, std::o
   }
 }
 
-std::optional<std::string> readFile(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  if (!in) return std::nullopt;
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-// Writes `text` beside `file` and renames it into place, so a browser never
-// reads half a manifest.
-bool writeFileAtomically(const fs::path& file, const std::string& text, std::string* error,
-                         std::vector<fs::path>* created) {
+bool writeFileCreatingFolders(const fs::path& file, const std::string& text, std::string* error,
+                              std::vector<fs::path>* created) {
   std::error_code ec;
   if (!createFolders(file.parent_path(), created, ec)) {
     *error = "cannot create " + file.parent_path().string() + ": " + ec.message();
     return false;
   }
-  // Appended piece by piece: gcc 12 at -O3 reports a false -Wrestrict inside
-  // std::string for `"." + name`.
-  std::string tmp = file.parent_path().string();
-  tmp += "/.";
-  tmp += file.filename().native();
-  tmp += ".XXXXXX";
-  int fd = ::mkstemp(tmp.data());
-  if (fd < 0) {
-    *error = std::strerror(errno);
-    return false;
-  }
-  bool ok = ::fchmod(fd, 0644) == 0 && writeAll(fd, text) && ::fsync(fd) == 0;
-  int savedErrno = errno;
-  ok = (::close(fd) == 0) && ok;
-  if (ok && ::rename(tmp.c_str(), file.c_str()) == 0) return true;
-  if (ok) savedErrno = errno;
-  *error = std::strerror(savedErrno);
-  ::unlink(tmp.c_str());
-  return false;
+  return writeFileAtomically(file, text, kManifestMode, error);
 }
 
 }  // namespace wren

@@ -1,31 +1,26 @@
 #pragma once
-// The files and folders of a registration: manifests read and written
-// atomically, folders created with a note of which ones, so that uninstall can
-// remove them again once they are empty (never a folder with anything in it).
+// The folders of a registration: created with a note of which ones, so that
+// uninstall can remove them again once they are empty (never a folder with
+// anything in it); manifests are written into them atomically.
 //
 // Runs on the calling thread, synchronously; owns nothing beyond the call.
 #include <filesystem>
 #include <iosfwd>
-#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
 
 namespace wren {
 
-// The whole file, or nullopt when it cannot be read.
-std::optional<std::string> readFile(const std::filesystem::path& file);
-
 // mkdir -p that appends the folders it made to `created` (when given),
 // outermost first.
 bool createFolders(const std::filesystem::path& dir, std::vector<std::filesystem::path>* created,
                    std::error_code& ec);
 
-// Writes `text` beside `file` and renames it into place (mode 0644), so a
-// reader never sees half a file; missing folders are made as createFolders
-// makes them.
-bool writeFileAtomically(const std::filesystem::path& file, const std::string& text, std::string* error,
-                         std::vector<std::filesystem::path>* created = nullptr);
+// Writes `file` atomically (mode 0644), so a browser never reads half a
+// manifest; missing folders are made as createFolders makes them.
+bool writeFileCreatingFolders(const std::filesystem::path& file, const std::string& text, std::string* error,
+                              std::vector<std::filesystem::path>* created = nullptr);
 
 // Adds `created` to the record file (a JSON object {"folders": [...]}); the
 // record's own folders, when it has to make them, are noted in it too. A

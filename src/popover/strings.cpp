@@ -2,10 +2,9 @@
 
 #include <cctype>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 
 #include "popover/embedded_strings.h"
+#include "util/whole_file.h"
 
 namespace wren {
 namespace {
@@ -26,17 +25,6 @@ bool hasEmbeddedLanguage(std::string_view language) {
     if (tables[i].language == language) return true;
   }
   return false;
-}
-
-std::optional<std::string> readFile(const std::filesystem::path& file) {
-  std::error_code ec;
-  const auto size = std::filesystem::file_size(file, ec);
-  if (ec || size > kMaxTableBytes) return std::nullopt;
-  std::ifstream in(file, std::ios::binary);
-  if (!in) return std::nullopt;
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
 }
 
 }  // namespace
@@ -68,7 +56,8 @@ const Json& Strings::table(std::string_view name) const {
   if (auto it = tables_.find(name); it != tables_.end()) return it->second;
   Json loaded = Json::object();
   if (dir_) {
-    if (auto text = readFile(*dir_ / language_ / (std::string(name) + ".json"))) loaded = parseTable(*text);
+    const std::filesystem::path file = *dir_ / language_ / (std::string(name) + ".json");
+    if (auto text = readFile(file, kMaxTableBytes)) loaded = parseTable(*text);
   } else {
     size_t count = 0;
     const EmbeddedStringTable* tables = embeddedStringTables(&count);

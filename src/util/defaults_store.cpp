@@ -1,7 +1,7 @@
 #include "util/defaults_store.h"
 
-#include "util/fd_io.h"
 #include "util/json_parse.h"
+#include "util/whole_file.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -25,14 +25,7 @@ constexpr mode_t kDirMode = 0700;
 constexpr mode_t kFileMode = 0600;
 // A defaults file is a handful of short keys; anything far larger is not ours
 // and is treated as corrupt rather than read into memory.
-constexpr off_t kMaxFileSize = 1 << 20;
-// A write goes to ".<file>.XXXXXX" first (mkstemp's six characters), which is
-// then renamed over the file. Writers (one process a browser connection may
-// share the store) hold an exclusive lock on the directory meanwhile, so a
-// temporary found while holding that lock is one a killed writer left
-// behind: it still holds the address, and is removed at start.
-constexpr const char* kTempSuffix = ".XXXXXX";
-
+constexpr std::uintmax_t kMaxFileSize = 1 << 20;
 bool isDirectory(const std::filesystem::path& p) {
   struct stat st;
   return ::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
@@ -47,43 +40,18 @@ bool makeDirectories(const std::filesystem::path& dir) {
   return errno == EEXIST && isDirectory(dir);
 }
 
-class Fd {
- public:
-  explicit Fd(int fd) : fd_(fd) {}
-  ~Fd() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  int get() const { return fd_; }
-  bool close() {
-    int fd = fd_;
-    fd_ = -1;
-    return ::close(fd) == 0;
-  }
-
- private:
-  int fd_;
-};
-
-// Appended piece by piece: gcc 12 at -O3 reports a false -Wrestrict inside
-// std::string for `"." + name`.
-std::string tempPrefix(const std::filesystem::path& file) {
-  std::string prefix = ".";
-  prefix += file.filename().native();
-  prefix += '.';
-  return prefix;
-}
-
 // The store's write lock on its directory, held while the object lives (not
 // held when the directory cannot be opened: the write goes ahead unguarded).
+// Writers (one process a browser connection may share the store) hold it
+// while their temporary exists, so a temporary found while holding it is one
+// a killed writer left behind: it still holds the address, and is removed at
+// start.
 class WriteLock {
  public:
   WriteLock(const std::filesystem::path& dir, bool wait) {
     fd_ = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd_ >= 0 && ::flock(fd_, wait ? LOCK_EX : LOCK_EX | LOCK_NB) == 0) held_ = true;
   }
-  int fd() const { return fd_; }
   ~WriteLock() {
     if (fd_ >= 0) ::close(fd_);  // releases the lock
   }
@@ -100,14 +68,10 @@ class WriteLock {
 void removeStaleTemporaries(const std::filesystem::path& file, const std::filesystem::path& dir) {
   WriteLock lock(dir, /*wait=*/false);
   if (!lock.held()) return;  // a writer is busy: its temporary is not stale
-  const std::string prefix = tempPrefix(file);
-  const size_t tempLength = prefix.size() + std::string(kTempSuffix).size() - 1;
   DIR* d = ::opendir(dir.c_str());
   if (!d) return;
   while (dirent* entry = ::readdir(d)) {
-    std::string_view name = entry->d_name;
-    if (name.size() == tempLength && name.substr(0, prefix.size()) == prefix)
-      ::unlinkat(::dirfd(d), entry->d_name, 0);
+    if (isTemporaryOf(file, entry->d_name)) ::unlinkat(::dirfd(d), entry->d_name, 0);
   }
   ::closedir(d);
 }
@@ -134,9 +98,11 @@ DefaultsStore::DefaultsStore(std::filesystem::path file) : file_(std::move(file)
     return;
   }
   if (!S_ISREG(st.st_mode)) return;
-  Fd fd(::open(file_.c_str(), O_RDONLY | O_CLOEXEC));
-  available_ = fd.get() >= 0;
-  if (available_) removeStaleTemporaries(file_, dir);
+  int fd = ::open(file_.c_str(), O_RDONLY | O_CLOEXEC);
+  available_ = fd >= 0;
+  if (!available_) return;
+  ::close(fd);
+  removeStaleTemporaries(file_, dir);
 }
 
 std::filesystem::path DefaultsStore::standardPath() {
@@ -160,18 +126,8 @@ DefaultsStore& DefaultsStore::standard() {
 
 Json DefaultsStore::read() const {
   if (!available_) return Json::object();
-  Fd fd(::open(file_.c_str(), O_RDONLY | O_CLOEXEC));
-  if (fd.get() < 0) return Json::object();
-  std::string text;
-  char buffer[4096];
-  for (;;) {
-    ssize_t n = ::read(fd.get(), buffer, sizeof buffer);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    text.append(buffer, static_cast<size_t>(n));
-    if (text.size() > static_cast<size_t>(kMaxFileSize)) return Json::object();
-  }
-  std::optional<Json> parsed = parseJson(text);
+  std::optional<std::string> text = readFile(file_, kMaxFileSize);
+  std::optional<Json> parsed = text ? parseJson(*text) : std::nullopt;
   if (!parsed || !parsed->is_object()) return Json::object();  // corrupt: replaced by the next write
   return std::move(*parsed);
 }
@@ -226,18 +182,7 @@ bool DefaultsStore::write(const Json& object) {
   std::filesystem::path dir = file_.parent_path();
   if (dir.empty()) dir = ".";
   WriteLock lock(dir, /*wait=*/true);
-  std::string tempName = (dir / (tempPrefix(file_) + (kTempSuffix + 1))).string();
-  Fd fd(::mkstemp(tempName.data()));
-  if (fd.get() < 0) return false;
-  bool ok = ::fchmod(fd.get(), kFileMode) == 0 && writeAll(fd.get(), text) && ::fsync(fd.get()) == 0;
-  ok = fd.close() && ok;
-  if (!ok || ::rename(tempName.c_str(), file_.c_str()) != 0) {
-    ::unlink(tempName.c_str());
-    return false;
-  }
-  // The rename itself must survive a crash too.
-  if (lock.fd() >= 0) ::fsync(lock.fd());
-  return true;
+  return writeFileAtomically(file_, text, kFileMode);
 }
 
 }  // namespace wren

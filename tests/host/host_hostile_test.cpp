@@ -6,6 +6,7 @@
 
 #include <filesystem>
 
+#include "host/frame_codec.h"
 #include "host_fixture.h"
 
 namespace wren::test {
@@ -22,10 +23,7 @@ std::string wideObject(size_t keys) {
   for (size_t i = 0; i < keys; ++i) out += (i ? ",\"k" : "\"k") + std::to_string(i) + "\":1";
   return out + "}";
 }
-std::string framed(const std::string& payload) {
-  uint32_t length = static_cast<uint32_t>(payload.size());
-  return std::string(reinterpret_cast<const char*>(&length), sizeof length) + payload;
-}
+std::string framed(const std::string& payload) { return encodeFrame(payload); }
 std::string zeros(size_t n) {
   std::string out;
   for (size_t i = 0; i < n; ++i) out += i ? ",0" : "0";

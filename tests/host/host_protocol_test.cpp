@@ -1,13 +1,16 @@
 // The envelope and framing as the browser sees them, through the real binary.
 #include <signal.h>
 
+#include "host/frame_codec.h"
 #include "host_fixture.h"
 
 namespace wren::test {
 namespace {
 
+// A frame whose header may announce another length than the payload's.
 std::string framed(const std::string& payload, uint32_t len) {
-  return std::string(reinterpret_cast<const char*>(&len), 4) + payload;
+  const FrameHeader header = encodeFrameHeader(len);
+  return std::string(header.data(), header.size()) + payload;
 }
 
 TEST_F(HostTest, SaysHelloWhateverItIsStartedWithAndExitsOnEndOfInputOrSigterm) {

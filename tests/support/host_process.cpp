@@ -10,6 +10,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "host/frame_codec.h"
+
 extern char** environ;
 
 namespace wren::test {
@@ -79,9 +81,7 @@ void HostProcess::sendRaw(const std::string& bytes) {
 }
 
 void HostProcess::send(const OJson& frame) {
-  std::string payload = frame.dump();
-  uint32_t len = static_cast<uint32_t>(payload.size());
-  sendRaw(std::string(reinterpret_cast<const char*>(&len), sizeof len) + payload);
+  sendRaw(encodeFrame(frame.dump()));
 }
 
 bool HostProcess::readExactly(char* buf, size_t n, Clock::time_point deadline) {
@@ -98,8 +98,9 @@ bool HostProcess::readExactly(char* buf, size_t n, Clock::time_point deadline) {
 
 std::optional<OJson> HostProcess::readFrame(std::chrono::milliseconds timeout) {
   auto deadline = Clock::now() + timeout;
-  uint32_t len;
-  if (!readExactly(reinterpret_cast<char*>(&len), sizeof len, deadline)) return std::nullopt;
+  FrameHeader header;
+  if (!readExactly(header.data(), header.size(), deadline)) return std::nullopt;
+  const uint32_t len = decodeFrameHeader(header.data());
   std::string payload(len, '\0');
   if (!readExactly(payload.data(), len, deadline + std::chrono::seconds(5))) return std::nullopt;
   OJson j = OJson::parse(payload, nullptr, false);
