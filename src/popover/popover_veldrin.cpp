@@ -33,6 +33,28 @@ void SafariExtensionViewController::updateVeldrinSetting() {
   });
 }
 
+void SafariExtensionViewController::toggleVeldrim(std::function<void()> reached) {
+  // Only an address that is exactly "" holds the panel back; one never set
+  // counts as present, so the page decides what to show.
+  const auto& email = setting_.veldrinConfigItem().curEmail();
+  if (email && email->empty()) return;
+  Browser* browser = browser_;
+  if (!browser) return;
+  // The popover stays open unless the page was reached.
+  std::weak_ptr<bool> alive = alive_;
+  browser->getActiveWindow([alive, browser, reached](const BrowserHandle& window) {
+    if (!alive.lock() || window.is_null()) return;
+    browser->getActiveTab(window, [alive, browser, reached](const BrowserHandle& tab) {
+      if (!alive.lock() || tab.is_null()) return;
+      browser->getActivePage(tab, [alive, browser, reached](const BrowserHandle& page) {
+        if (!alive.lock() || page.is_null()) return;
+        browser->dispatchMessageToScript(page, "vd_popoverClicked", Json::object());
+        if (reached) reached();
+      });
+    });
+  });
+}
+
 void SafariExtensionViewController::onPageProperties(const BrowserHandle& page,
                                                      const std::optional<PageProperties>& properties) {
   if (!properties) return;
