@@ -13,22 +13,30 @@
 
 namespace wren {
 
+void SafariExtensionViewController::withActivePage(std::function<void(Browser&, const BrowserHandle&)> then) {
+  Browser* browser = browser_;
+  if (!browser) return;  // no host browser yet
+  // Each step ends the chain quietly when there is no window, tab or page, or
+  // when the controller is gone.
+  std::weak_ptr<bool> alive = alive_;
+  browser->getActiveWindow([alive, browser, then](const BrowserHandle& window) {
+    if (!alive.lock() || window.is_null()) return;
+    browser->getActiveTab(window, [alive, browser, then](const BrowserHandle& tab) {
+      if (!alive.lock() || tab.is_null()) return;
+      browser->getActivePage(tab, [alive, browser, then](const BrowserHandle& page) {
+        if (alive.lock() && !page.is_null()) then(*browser, page);
+      });
+    });
+  });
+}
+
 void SafariExtensionViewController::updateVeldrinSetting() {
   systemLog("[SafariToolbar] updateVeldrinSetting enter.");
-  Browser* browser = browser_;
-  if (!browser) return;  // no host browser yet: the row keeps its state
-  // Each step ends the chain quietly when there is no window, tab or page.
+  // Without a page the row keeps its state.
   std::weak_ptr<bool> alive = alive_;
-  browser->getActiveWindow([this, alive, browser](const BrowserHandle& window) {
-    if (!alive.lock() || window.is_null()) return;
-    browser->getActiveTab(window, [this, alive, browser](const BrowserHandle& tab) {
-      if (!alive.lock() || tab.is_null()) return;
-      browser->getActivePage(tab, [this, alive, browser](const BrowserHandle& page) {
-        if (!alive.lock() || page.is_null()) return;
-        browser->getPageProperties(page, [this, alive, page](const std::optional<PageProperties>& properties) {
-          if (alive.lock()) onPageProperties(page, properties);
-        });
-      });
+  withActivePage([this, alive](Browser& browser, const BrowserHandle& page) {
+    browser.getPageProperties(page, [this, alive, page](const std::optional<PageProperties>& properties) {
+      if (alive.lock()) onPageProperties(page, properties);
     });
   });
 }
@@ -38,20 +46,10 @@ void SafariExtensionViewController::toggleVeldrim(std::function<void()> reached)
   // counts as present, so the page decides what to show.
   const auto& email = setting_.veldrinConfigItem().curEmail();
   if (email && email->empty()) return;
-  Browser* browser = browser_;
-  if (!browser) return;
   // The popover stays open unless the page was reached.
-  std::weak_ptr<bool> alive = alive_;
-  browser->getActiveWindow([alive, browser, reached](const BrowserHandle& window) {
-    if (!alive.lock() || window.is_null()) return;
-    browser->getActiveTab(window, [alive, browser, reached](const BrowserHandle& tab) {
-      if (!alive.lock() || tab.is_null()) return;
-      browser->getActivePage(tab, [alive, browser, reached](const BrowserHandle& page) {
-        if (!alive.lock() || page.is_null()) return;
-        browser->dispatchMessageToScript(page, "vd_popoverClicked", Json::object());
-        if (reached) reached();
-      });
-    });
+  withActivePage([reached = std::move(reached)](Browser& browser, const BrowserHandle& page) {
+    browser.dispatchMessageToScript(page, "vd_popoverClicked", Json::object());
+    if (reached) reached();
   });
 }
 

@@ -115,14 +115,18 @@ void SafariExtensionViewController::disableToolbar() {
 // for the service; the next settings load corrects it if need be.
 void SafariExtensionViewController::btnAutoRatingClicked(HoverButton*) {
   server_.toggleAutoScan([this] { dismissPopover(); });
-  if (view_.autoRatingCheck) view_.autoRatingCheck->setHidden(!view_.autoRatingCheck->isHidden());
-  setting_.setBAutoScanEnabled(!setting_.bAutoScanEnabled());
+  flipLocally(view_.autoRatingCheck, &Setting::bAutoScanEnabled, &Setting::setBAutoScanEnabled);
 }
 
 void SafariExtensionViewController::btnManualRatingClicked(HoverButton*) {
   server_.toggleManualScan([this] { dismissPopover(); });
-  if (view_.manualRatingCheck) view_.manualRatingCheck->setHidden(!view_.manualRatingCheck->isHidden());
-  setting_.setBManualScanEnabled(!setting_.bManualScanEnabled());
+  flipLocally(view_.manualRatingCheck, &Setting::bManualScanEnabled, &Setting::setBManualScanEnabled);
+}
+
+void SafariExtensionViewController::flipLocally(Widget* check, bool (Setting::*flag)() const,
+                                                void (Setting::*setFlag)(bool)) {
+  if (check) check->setHidden(!check->isHidden());
+  (setting_.*setFlag)(!(setting_.*flag)());
 }
 
 // The mail-scan row's check mark and flag belong to its refresh, not to the

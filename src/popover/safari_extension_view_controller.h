@@ -111,6 +111,9 @@ class SafariExtensionViewController {
   static std::string base64Encode(std::string_view text);
 
  private:
+  // Runs `then` with the browser and the active window's active tab's page,
+  // each asked for in the previous one's completion.
+  void withActivePage(std::function<void(Browser&, const BrowserHandle& page)> then);
   void onPageProperties(const BrowserHandle& page, const std::optional<PageProperties>& properties);
   void loadVeldrinSwitches(VeldrinConfigItem* record, const std::string& email);
   bool isCurrentRecord(const VeldrinConfigItem* record) const;
@@ -119,6 +122,8 @@ class SafariExtensionViewController {
   void showVeldrinNoAccount(VeldrinConfigItem* record);
   void showVeldrinLoaded(VeldrinConfigItem* record);
   void showVeldrinLoadFailed(VeldrinConfigItem* record);
+  // A scan row's click, shown at once: its check mark and its flag flip.
+  void flipLocally(Widget* check, bool (Setting::*flag)() const, void (Setting::*setFlag)(bool));
   // Posts `work` to the loop; it is dropped if the controller is gone by then.
   void postToMain(std::function<void()> work);
   // Installs the enter and exit handlers that show and hide one row's layer.
