@@ -12,12 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "fuzz_services.h"
 #include "host/native_host.h"
-#include "net/ajax.h"
-#include "popover/safari_extension_view_controller.h"
-#include "popover/strings.h"
-#include "server/setting.h"
-#include "server/wren_browser_ext_server.h"
 #include "support/test_server.h"
 #include "util/defaults_store.h"
 #include "util/logging.h"
@@ -68,11 +64,7 @@ struct World {
   std::deque<Answer> answers;  // guarded by mutex
   test::TestServer service;
   RunLoop loop;
-  std::unique_ptr<Ajax> ajax;
-  std::unique_ptr<Setting> setting;
-  std::unique_ptr<WrenBrowserExtServer> server;
-  Strings strings = Strings::embedded("en");
-  std::unique_ptr<SafariExtensionViewController> popover;
+  std::unique_ptr<FuzzServices> domain;
   int devNull = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
   std::filesystem::path dir = std::filesystem::temp_directory_path() / ("wren-answers-fuzz-" + std::to_string(::getpid()));
 
@@ -92,12 +84,7 @@ struct World {
       res.status = a.status;
       res.set_content(a.body, a.type);
     });
-    AjaxOptions options;
-    options.dataRelayUrl = service.origin() + "/BrowserExt/sendData";
-    ajax = std::make_unique<Ajax>(loop, options);
-    setting = std::make_unique<Setting>(nullptr, service.origin());
-    server = std::make_unique<WrenBrowserExtServer>(*ajax, *setting, service.origin());
-    popover = std::make_unique<SafariExtensionViewController>(*setting, *server, loop, nullptr, strings);
+    domain = std::make_unique<FuzzServices>(loop, service.origin(), service.origin());
     std::filesystem::create_directories(dir);
   }
 };
@@ -145,12 +132,12 @@ void runAnswersInput(const uint8_t* data, size_t size) {
     std::lock_guard lock(w.mutex);
     w.answers.assign(answers.begin(), answers.end());
   }
-  w.setting->setBToolbarEnabled(true);
-  w.setting->setBAutoScanEnabled(true);
-  w.setting->setBManualScanEnabled(true);
-  w.setting->veldrinConfigItem().setVeldrinAPI(w.service.origin());
+  w.domain->setting.setBToolbarEnabled(true);
+  w.domain->setting.setBAutoScanEnabled(true);
+  w.domain->setting.setBManualScanEnabled(true);
+  w.domain->setting.veldrinConfigItem().setVeldrinAPI(w.service.origin());
 
-  auto host = std::make_unique<NativeHost>(w.loop, w.devNull, *w.ajax, *w.setting, *w.server, *w.popover, nullptr);
+  auto host = std::make_unique<NativeHost>(w.domain->services, w.devNull, nullptr);
   for (const char* frame : kScript) host->handlePayload(frame);
   // The browser's answers to the calls the script made, each body in turn as
   // a result value (one that is not JSON drops the frame, as it would).
@@ -160,7 +147,6 @@ void runAnswersInput(const uint8_t* data, size_t size) {
   }
   w.loop.runUntil([&] { return w.loop.pendingTransfers() == 0; });
   host.reset();
-  w.server->setBrowser(nullptr);
 }
 
 }  // namespace wren::fuzz

@@ -5,13 +5,9 @@
 
 #include <memory>
 
+#include "fuzz_services.h"
 #include "host/framing.h"
 #include "host/native_host.h"
-#include "net/ajax.h"
-#include "popover/safari_extension_view_controller.h"
-#include "popover/strings.h"
-#include "server/setting.h"
-#include "server/wren_browser_ext_server.h"
 #include "support/test_server.h"
 #include "util/logging.h"
 
@@ -23,11 +19,7 @@ namespace {
 struct World {
   test::TestServer service;
   RunLoop loop;
-  std::unique_ptr<Ajax> ajax;
-  std::unique_ptr<Setting> setting;
-  std::unique_ptr<WrenBrowserExtServer> server;
-  Strings strings = Strings::embedded("en");
-  std::unique_ptr<SafariExtensionViewController> popover;
+  std::unique_ptr<FuzzServices> domain;
   int devNull = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
 
   World() {
@@ -48,12 +40,7 @@ struct World {
         res.set_content(R"({"ok":1})", req.path.find("command") != std::string::npos ? "text/html" : "application/json");
       }
     });
-    AjaxOptions options;
-    options.dataRelayUrl = service.origin() + "/BrowserExt/sendData";
-    ajax = std::make_unique<Ajax>(loop, options);
-    setting = std::make_unique<Setting>(nullptr, "https://127.0.0.1:1");
-    server = std::make_unique<WrenBrowserExtServer>(*ajax, *setting, service.origin());
-    popover = std::make_unique<SafariExtensionViewController>(*setting, *server, loop, nullptr, strings);
+    domain = std::make_unique<FuzzServices>(loop, service.origin(), "https://127.0.0.1:1");
   }
 };
 
@@ -66,9 +53,9 @@ World& world() {
 
 void runOneInput(const uint8_t* data, size_t size) {
   World& w = world();
-  w.setting->setBToolbarEnabled(true);
-  w.setting->setBAutoScanEnabled(true);
-  w.setting->setBManualScanEnabled(true);
+  w.domain->setting.setBToolbarEnabled(true);
+  w.domain->setting.setBAutoScanEnabled(true);
+  w.domain->setting.setBManualScanEnabled(true);
   int pipeFds[2];
   if (::pipe(pipeFds) != 0) return;
   // Small inputs fit the pipe buffer; larger ones are cut, which the reader
@@ -77,7 +64,7 @@ void runOneInput(const uint8_t* data, size_t size) {
   (void)!::write(pipeFds[1], data, size);
   ::close(pipeFds[1]);
 
-  auto host = std::make_unique<NativeHost>(w.loop, w.devNull, *w.ajax, *w.setting, *w.server, *w.popover, nullptr);
+  auto host = std::make_unique<NativeHost>(w.domain->services, w.devNull, nullptr);
   FrameReader reader(pipeFds[0]);
   for (;;) {
     ReadResult r = reader.next();
@@ -87,7 +74,6 @@ void runOneInput(const uint8_t* data, size_t size) {
   ::close(pipeFds[0]);
   // Let every request started by this input complete before the next one.
   w.loop.runUntil([&] { return w.loop.pendingTransfers() == 0; });
-  w.server->setBrowser(nullptr);
 }
 
 }  // namespace wren::fuzz

@@ -1,16 +1,10 @@
 // The toolbar item's and popover's hooks of SafariExtensionHandler.
 #include "bridge/safari_extension_handler.h"
+#include "popover/popover_rows.h"
 #include "popover/safari_extension_view_controller.h"
 #include "util/logging.h"
 
 namespace wren {
-namespace {
-
-void detach(GradientLayer* layer) {
-  if (layer) layer->removeFromSuperlayer();
-}
-
-}  // namespace
 
 void SafariExtensionHandler::toolbarItemClickedInWindow(const BrowserHandle&) {
   systemLog("[SafariToolbar] toolbarItemClickedInWindow The extension's toolbar item was clicked");
@@ -35,11 +29,9 @@ void SafariExtensionHandler::popoverWillShowInWindow(const BrowserHandle&) {
   systemLog("[SafariToolbar] popoverWillShowInWindow enter.");
   SafariExtensionViewController& controller = popoverViewControllerInstance();
   // No row may show the highlight it had when the popover last closed.
-  detach(controller.layerAutoRating());
-  detach(controller.layerManualRating());
-  detach(controller.layerVeldrin());
-  detach(controller.layerSettings());
-  detach(controller.layerHelp());
+  for (size_t row = 0; row < popoverRows().size(); ++row) {
+    if (GradientLayer* layer = controller.layerOfRow(row)) layer->removeFromSuperlayer();
+  }
   controller.updateVeldrinSetting();
 }
 

@@ -6,10 +6,10 @@
 #include <cstdio>
 #include <string_view>
 
-#include "bridge/mail_scan_relay.h"
 #include "bridge/safari_extension_handler.h"
 #include "host/cli_browser.h"
 #include "host/install.h"
+#include "host/session.h"
 #include "net/ajax.h"
 #include "popover/popover_state.h"
 #include "popover/safari_extension_view_controller.h"
@@ -78,29 +78,22 @@ void runUntilIdle(RunLoop& loop) {
 // the extension.
 struct CliWorld {
   explicit CliWorld(std::optional<PageProperties> page = std::nullopt)
-      : loop(RunLoop::main()),
-        ajax(Ajax::shared()),
-        setting(Setting::sharedInstance()),
-        server(WrenBrowserExtServer::sharedInstance()),
-        popover(SafariExtensionViewController::sharedController()),
+      : services(sharedServices()),
+        loop(services.loop),
+        setting(services.setting),
+        server(services.server),
+        popover(services.popover),
         browser(loop, stdout, std::move(page)),
-        handler(server, setting, ajax, browser, kVersion) {
-    server.setBrowser(&browser);
-    popover.setBrowser(&browser);
-    handler.setPopoverController(&popover);
-    handler.setMailScan(mailScanRelay(MailScanClient::sharedInstance()));
-  }
-  ~CliWorld() {
-    popover.setBrowser(nullptr);
-    server.setBrowser(nullptr);
-  }
+        session(services, browser),
+        handler(session.handler()) {}
+  Services services;
   RunLoop& loop;
-  Ajax& ajax;
   Setting& setting;
   WrenBrowserExtServer& server;
   SafariExtensionViewController& popover;
   CliBrowser browser;
-  SafariExtensionHandler handler;
+  BrowserSession session;
+  SafariExtensionHandler& handler;
 };
 
 }  // namespace

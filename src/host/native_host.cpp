@@ -7,14 +7,12 @@
 #include <thread>
 #include <variant>
 
-#include "bridge/mail_scan_relay.h"
 #include "bridge/safari_extension_handler.h"
 #include "host/framing.h"
 #include "host/stdin_reader.h"
-#include "net/ajax.h"
+#include "popover/popover_rows.h"
 #include "popover/popover_state.h"
 #include "popover/safari_extension_view_controller.h"
-#include "server/setting.h"
 #include "server/wren_browser_ext_server.h"
 #include "util/fd_io.h"
 #include "util/logging.h"
@@ -23,34 +21,26 @@
 
 namespace wren {
 
-NativeHost::NativeHost(RunLoop& loop, int outFd, Ajax& ajax, Setting& setting, WrenBrowserExtServer& server,
-                       SafariExtensionViewController& popover, std::function<void()> onClosed)
-    : loop_(loop),
+NativeHost::NativeHost(const Services& services, int outFd, std::function<void()> onClosed)
+    : loop_(services.loop),
       onClosed_(std::move(onClosed)),
-      out_(loop, outFd,
+      out_(loop_, outFd,
            [this] {
              systemLog("[wren-bridge] cannot write to the browser; closing");
              closed_ = true;
              if (onClosed_) onClosed_();
            }),
-      browser_(loop, [this](const Json& frame) { send(frame); }),
-      server_(server),
-      popover_(popover),
-      mailScan_(ajax, setting, server),
-      handler_(std::make_unique<SafariExtensionHandler>(server, setting, ajax, browser_, kVersion)) {
-  server.setBrowser(&browser_);
-  handler_->setPopoverController(&popover);
-  handler_->setMailScan(mailScanRelay(mailScan_));
-  popover.setBrowser(&browser_);
-  popover.setDismissHandler([this] { send(popoverDismissFrame()); });
-  popover.setOnChange([this] { scheduleState(); });
+      browser_(loop_, [this](const Json& frame) { send(frame); }),
+      server_(services.server),
+      popover_(services.popover),
+      session_(services, browser_) {
+  popover_.setDismissHandler([this] { send(popoverDismissFrame()); });
+  popover_.setOnChange([this] { scheduleState(); });
 }
 
 NativeHost::~NativeHost() {
   popover_.setOnChange(nullptr);
   popover_.setDismissHandler(nullptr);
-  popover_.setBrowser(nullptr);
-  server_.setBrowser(nullptr);
 }
 
 void NativeHost::scheduleState() {
@@ -65,26 +55,23 @@ void NativeHost::scheduleState() {
 
 void NativeHost::handleHook(const std::string& name, const Json& window) {
   if (name == "toolbarItemClicked") {
-    handler_->toolbarItemClickedInWindow(window);
+    handler().toolbarItemClickedInWindow(window);
   } else if (name == "validateToolbarItem") {
-    handler_->validateToolbarItemInWindow(window);
+    handler().validateToolbarItemInWindow(window);
   } else if (name == "popoverViewController") {
-    handler_->popoverViewController();
+    handler().popoverViewController();
   } else if (name == "popoverWillShow") {
-    handler_->popoverWillShowInWindow(window);
+    handler().popoverWillShowInWindow(window);
   } else if (name == "popoverDidClose") {
-    handler_->popoverDidCloseInWindow(window);
+    handler().popoverDidCloseInWindow(window);
   }
 }
 
 namespace {
 
 HoverButton* buttonNamed(PopoverView& view, const std::string& name) {
-  if (name == "btnAutoRating") return view.btnAutoRating;
-  if (name == "btnManualRating") return view.btnManualRating;
-  if (name == "btnVeldrin") return view.btnVeldrin;
-  if (name == "btnSettings") return view.btnSettings;
-  if (name == "btnHelp") return view.btnHelp;
+  for (const PopoverRow& row : popoverRows())
+    if (row.button == name) return view.*row.buttonOutlet;
   return nullptr;
 }
 
@@ -148,7 +135,7 @@ void NativeHost::handleEnvelope(const ParsedEnvelope& parsed) {
   // message from taking the whole connection down if a check was missed.
   try {
     if (auto* m = std::get_if<IncomingMessage>(&*parsed.value)) {
-      handler_->messageReceivedWithName(m->name, m->page, m->userInfo);
+      handler().messageReceivedWithName(m->name, m->page, m->userInfo);
     } else if (auto* r = std::get_if<IncomingResult>(&*parsed.value)) {
       if (!browser_.handleResult(*r))
         systemLog("[wren-bridge] dropped result " + std::to_string(r->id) + ": no such call is waiting");
@@ -203,12 +190,9 @@ int runNativeMessagingHost() {
     return 0;
   }
 
-  RunLoop& loop = RunLoop::main();
-  Ajax& ajax = Ajax::shared();
-  Setting& setting = Setting::sharedInstance();
-  WrenBrowserExtServer& server = WrenBrowserExtServer::sharedInstance();
-  SafariExtensionViewController& popover = SafariExtensionViewController::sharedController();
-  NativeHost host(loop, outFd, ajax, setting, server, popover, [&loop] { loop.quit(); });
+  const Services services = sharedServices();
+  RunLoop& loop = services.loop;
+  NativeHost host(services, outFd, [&loop] { loop.quit(); });
 
   StdinReader reader(
       loop, STDIN_FILENO, [&host](ParsedEnvelope parsed) { host.handleEnvelope(parsed); }, [&loop] { loop.quit(); });
@@ -224,7 +208,6 @@ int runNativeMessagingHost() {
       loop.quit();
     }
   });
-
 
   loop.run();
   // Stop both helper threads and wait for them, so nothing posts to the loop

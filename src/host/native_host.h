@@ -3,30 +3,25 @@
 // to the dispatcher and browser results to the pending calls, and writes every
 // answer as a frame on the protocol descriptor.
 //
-// Runs on the main run loop; owns the browser adapter and the dispatcher.
+// Runs on the main run loop; owns the browser adapter and the session that
+// serves it.
 #include <functional>
 #include <memory>
 #include <string>
 
 #include "host/native_browser.h"
 #include "host/output_queue.h"
-#include "mailscan/mail_scan_client.h"
+#include "host/session.h"
 
 namespace wren {
-
-class Ajax;
-class SafariExtensionViewController;
-class Setting;
-class WrenBrowserExtServer;
-class SafariExtensionHandler;
 
 class NativeHost {
  public:
   // Frames go to outFd, which is made non-blocking (see OutputQueue).
-  // onClosed runs once when the browser can no longer be written to. The popover controller outlives every connection; the host
-  // points it at this connection's browser while it lives.
-  NativeHost(RunLoop& loop, int outFd, Ajax& ajax, Setting& setting, WrenBrowserExtServer& server,
-             SafariExtensionViewController& popover, std::function<void()> onClosed);
+  // onClosed runs once when the browser can no longer be written to. The
+  // popover controller outlives every connection; while the host lives, it
+  // closes and redraws this connection's popup.
+  NativeHost(const Services& services, int outFd, std::function<void()> onClosed);
   ~NativeHost();
 
   void sendHello();
@@ -36,7 +31,7 @@ class NativeHost {
   void handleEnvelope(const ParsedEnvelope& parsed);
 
   NativeBrowser& browser() { return browser_; }
-  SafariExtensionHandler& handler() { return *handler_; }
+  SafariExtensionHandler& handler() { return session_.handler(); }
 
  private:
   void send(const Json& frame);
@@ -54,8 +49,7 @@ class NativeHost {
   NativeBrowser browser_;
   WrenBrowserExtServer& server_;
   SafariExtensionViewController& popover_;
-  MailScanClient mailScan_;
-  std::unique_ptr<SafariExtensionHandler> handler_;
+  BrowserSession session_;
   bool statePending_ = false;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };

@@ -1,4 +1,5 @@
 // SafariExtensionViewController: the rows' hover highlights.
+#include "popover/popover_rows.h"
 #include "popover/safari_extension_view_controller.h"
 
 namespace wren {
@@ -35,49 +36,40 @@ std::unique_ptr<GradientLayer> SafariExtensionViewController::createLayerWithVie
 }
 
 void SafariExtensionViewController::initializeLayer() {
-  // Mail scan second, as the rows were added to the popover.
-  const std::pair<std::unique_ptr<GradientLayer>*, View*> rows[] = {
-      {&layerAutoRating_, view_.viewAutoRating}, {&layerVeldrin_, view_.viewVeldrin},
-      {&layerManualRating_, view_.viewManualRating}, {&layerSettings_, view_.viewSettings},
-      {&layerHelp_, view_.viewHelp}};
+  const auto rows = popoverRows();
   bool built = false;
-  for (auto [layer, container] : rows) {
-    if (*layer) continue;
-    *layer = createLayerWithView(container);
+  for (size_t i = 0; i < rows.size(); ++i) {
+    if (layers_[i]) continue;
+    layers_[i] = createLayerWithView(view_.*rows[i].containerOutlet);
     built = true;
   }
   if (built) view_.changeSignal().notify();
 }
 
-void SafariExtensionViewController::installHover(HoverButton* button,
-                                                 std::unique_ptr<GradientLayer> SafariExtensionViewController::*layer,
-                                                 View* PopoverView::*target) {
+void SafariExtensionViewController::installHover(size_t row) {
+  const PopoverRow& spec = popoverRows()[row];
+  HoverButton* button = view_.*spec.buttonOutlet;
   if (!button) return;
   // The layer was sized from the row's container but goes onto the hover
   // target; the two are laid out with the same size.
-  button->setMouseEnterHandler([this, layer, target] {
-    GradientLayer* highlight = (this->*layer).get();
+  button->setMouseEnterHandler([this, row, target = spec.hoverTargetOutlet] {
+    GradientLayer* highlight = layers_[row].get();
     View* view = view_.*target;
     if (highlight && view && view->layer()) view->layer()->addSublayer(highlight);
   });
-  button->setMouseExitHandler([this, layer] {
-    if (GradientLayer* highlight = (this->*layer).get()) highlight->removeFromSuperlayer();
+  button->setMouseExitHandler([this, row] {
+    if (GradientLayer* highlight = layers_[row].get()) highlight->removeFromSuperlayer();
   });
 }
 
 void SafariExtensionViewController::addButtonMouseHoverEffect() {
-  using C = SafariExtensionViewController;
-  installHover(view_.btnAutoRating, &C::layerAutoRating_, &PopoverView::autoRatingLayer);
-  installHover(view_.btnManualRating, &C::layerManualRating_, &PopoverView::manualRatingLayer);
-  installHover(view_.btnVeldrin, &C::layerVeldrin_, &PopoverView::veldrinLayer);
-  installHover(view_.btnSettings, &C::layerSettings_, &PopoverView::settingLayer);
-  installHover(view_.btnHelp, &C::layerHelp_, &PopoverView::helpLayer);
+  for (size_t row = 0; row < popoverRows().size(); ++row) installHover(row);
 }
 
 void SafariExtensionViewController::removeButtonMouseHoverEffect() {
   // A highlight shown now stays until something removes its layer.
-  for (HoverButton* button :
-       {view_.btnAutoRating, view_.btnManualRating, view_.btnVeldrin, view_.btnSettings, view_.btnHelp}) {
+  for (const PopoverRow& row : popoverRows()) {
+    HoverButton* button = view_.*row.buttonOutlet;
     if (!button) continue;
     button->setMouseEnterHandler(nullptr);
     button->setMouseExitHandler(nullptr);

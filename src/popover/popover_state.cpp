@@ -1,5 +1,6 @@
 #include "popover/popover_state.h"
 
+#include "popover/popover_rows.h"
 #include "popover/safari_extension_view_controller.h"
 
 namespace wren {
@@ -96,16 +97,20 @@ const Json& member(const Json& object, const std::string& key) {
 Json popoverState(const SafariExtensionViewController& controller) {
   const PopoverView& view = controller.view();
   Json outlets = Json::object();
+  Json layers = Json::object();
   Json rows = Json::array();
-  for (const PopoverRow& row : popoverRows(view)) {
-    outlets[std::string(row.container)] = widgetJson(row.containerView);
-    outlets[std::string(row.label)] = widgetJson(row.labelWidget);
-    if (!row.check.empty()) outlets[std::string(row.check)] = widgetJson(row.checkWidget);
-    outlets[std::string(row.button)] = widgetJson(row.buttonWidget);
-    outlets[std::string(row.hoverTarget)] = widgetJson(row.hoverTargetView);
+  const auto table = popoverRows();
+  for (size_t i = 0; i < table.size(); ++i) {
+    const PopoverRow& row = table[i];
+    outlets[std::string(row.container)] = widgetJson(view.*row.containerOutlet);
+    outlets[std::string(row.label)] = widgetJson(view.*row.labelOutlet);
+    if (row.checkOutlet) outlets[std::string(row.check)] = widgetJson(view.*row.checkOutlet);
+    outlets[std::string(row.button)] = widgetJson(view.*row.buttonOutlet);
+    outlets[std::string(row.hoverTarget)] = widgetJson(view.*row.hoverTargetOutlet);
+    layers[std::string(row.layer)] = layerJson(controller.layerOfRow(i));
     rows.push_back(Json{{"container", row.container},
                         {"label", row.label},
-                        {"check", row.check.empty() ? Json(nullptr) : Json(row.check)},
+                        {"check", row.checkOutlet ? Json(row.check) : Json(nullptr)},
                         {"button", row.button},
                         {"hoverTarget", row.hoverTarget},
                         {"layer", row.layer}});
@@ -115,12 +120,7 @@ Json popoverState(const SafariExtensionViewController& controller) {
               {"constraints",
                {{"topToVeldrin", priorityJson(view.topToVeldrin)},
                 {"topToManualRating", priorityJson(view.topToManualRating)}}},
-              {"layers",
-               {{"layerAutoRating", layerJson(controller.layerAutoRating())},
-                {"layerManualRating", layerJson(controller.layerManualRating())},
-                {"layerVeldrin", layerJson(controller.layerVeldrin())},
-                {"layerSettings", layerJson(controller.layerSettings())},
-                {"layerHelp", layerJson(controller.layerHelp())}}},
+              {"layers", std::move(layers)},
               {"rows", std::move(rows)}};
 }
 

@@ -13,23 +13,43 @@
 
 namespace wren {
 
-void SafariExtensionViewController::updateVeldrinSetting() {
-  systemLog("[SafariToolbar] updateVeldrinSetting enter.");
+void SafariExtensionViewController::withActivePage(std::function<void(Browser&, const BrowserHandle&)> then) {
   Browser* browser = browser_;
-  if (!browser) return;  // no host browser yet: the row keeps its state
-  // Each step ends the chain quietly when there is no window, tab or page.
+  if (!browser) return;  // no host browser yet
+  // Each step ends the chain quietly when there is no window, tab or page, or
+  // when the controller is gone.
   std::weak_ptr<bool> alive = alive_;
-  browser->getActiveWindow([this, alive, browser](const BrowserHandle& window) {
+  browser->getActiveWindow([alive, browser, then](const BrowserHandle& window) {
     if (!alive.lock() || window.is_null()) return;
-    browser->getActiveTab(window, [this, alive, browser](const BrowserHandle& tab) {
+    browser->getActiveTab(window, [alive, browser, then](const BrowserHandle& tab) {
       if (!alive.lock() || tab.is_null()) return;
-      browser->getActivePage(tab, [this, alive, browser](const BrowserHandle& page) {
-        if (!alive.lock() || page.is_null()) return;
-        browser->getPageProperties(page, [this, alive, page](const std::optional<PageProperties>& properties) {
-          if (alive.lock()) onPageProperties(page, properties);
-        });
+      browser->getActivePage(tab, [alive, browser, then](const BrowserHandle& page) {
+        if (alive.lock() && !page.is_null()) then(*browser, page);
       });
     });
+  });
+}
+
+void SafariExtensionViewController::updateVeldrinSetting() {
+  systemLog("[SafariToolbar] updateVeldrinSetting enter.");
+  // Without a page the row keeps its state.
+  std::weak_ptr<bool> alive = alive_;
+  withActivePage([this, alive](Browser& browser, const BrowserHandle& page) {
+    browser.getPageProperties(page, [this, alive, page](const std::optional<PageProperties>& properties) {
+      if (alive.lock()) onPageProperties(page, properties);
+    });
+  });
+}
+
+void SafariExtensionViewController::toggleVeldrim(std::function<void()> reached) {
+  // Only an address that is exactly "" holds the panel back; one never set
+  // counts as present, so the page decides what to show.
+  const auto& email = setting_.veldrinConfigItem().curEmail();
+  if (email && email->empty()) return;
+  // The popover stays open unless the page was reached.
+  withActivePage([reached = std::move(reached)](Browser& browser, const BrowserHandle& page) {
+    browser.dispatchMessageToScript(page, "vd_popoverClicked", Json::object());
+    if (reached) reached();
   });
 }
 

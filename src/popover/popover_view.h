@@ -1,7 +1,7 @@
 #pragma once
-// The popover's view hierarchy: five rows of container view, label, check
-// mark, button and hover-target view, and the two constraints around the
-// mail-scan row. It owns every widget; the public members are the outlets,
+// The popover's view hierarchy: a row of container view, label, check mark,
+// button and hover-target view for each line of the row table
+// (popover_rows.h), and the two constraints around the mail-scan row. It owns every widget; the public members are the outlets,
 // non-owning and nullable like the platform's weak outlets (a test may null
 // any of them, and every operation on a null outlet must then do nothing).
 //
@@ -26,7 +26,7 @@ inline constexpr std::string_view kVeldrinRowTitleKey = "OBL-2U-6Ke.title";
 
 class PopoverView {
  public:
-  // Builds the rows with their titles from `strings`.
+  // Builds the rows of the row table with their titles from `strings`.
   explicit PopoverView(const Strings& strings);
   PopoverView(const PopoverView&) = delete;
   PopoverView& operator=(const PopoverView&) = delete;
@@ -73,21 +73,5 @@ class PopoverView {
   std::vector<std::unique_ptr<Widget>> widgets_;
   std::array<LayoutConstraint, 2> constraints_;
 };
-
-// One row's outlet names and the outlets as they stand; a row without a check
-// mark has an empty check name and a null check. `layer` names the
-// controller's hover layer of the row.
-struct PopoverRow {
-  std::string_view container, label, check, button, hoverTarget, layer;
-  View* containerView;
-  Widget* labelWidget;
-  Widget* checkWidget;
-  HoverButton* buttonWidget;
-  View* hoverTargetView;
-};
-
-// The five rows top to bottom: automatic scan, manual rating, mail scan,
-// settings, help.
-std::array<PopoverRow, 5> popoverRows(const PopoverView& view);
 
 }  // namespace wren

@@ -1,6 +1,7 @@
 #include "popover/safari_extension_view_controller.h"
 
 #include "net/run_loop.h"
+#include "popover/popover_rows.h"
 #include "popover/strings.h"
 #include "server/setting.h"
 #include "server/wren_browser_ext_server.h"
@@ -10,25 +11,28 @@ namespace wren {
 
 SafariExtensionViewController::SafariExtensionViewController(Setting& setting, WrenBrowserExtServer& server,
                                                              RunLoop& loop, Browser* browser, Strings& strings)
-    : setting_(setting), server_(server), loop_(loop), browser_(browser), strings_(strings), view_(strings) {
-  server_.setDismissPopover([this] { dismissPopover(); });
+    : setting_(setting),
+      server_(server),
+      loop_(loop),
+      browser_(browser),
+      strings_(strings),
+      view_(strings),
+      layers_(popoverRows().size()) {
   // The rows' target-action connections. A click reaches an action only
   // through its button, so a greyed row does nothing.
-  using Self = SafariExtensionViewController;
-  using Action = void (Self::*)(HoverButton*);
-  const std::pair<HoverButton*, Action> connections[] = {{view_.btnAutoRating, &Self::btnAutoRatingClicked},
-                                                         {view_.btnManualRating, &Self::btnManualRatingClicked},
-                                                         {view_.btnVeldrin, &Self::btnVeldrinClicked},
-                                                         {view_.btnSettings, &Self::btnSettingsClicked},
-                                                         {view_.btnHelp, &Self::btnHelpClicked}};
-  for (const auto& [button, action] : connections) {
-    if (button) button->setAction([this, button = button, action = action] { (this->*action)(button); });
+  for (const PopoverRow& row : popoverRows()) {
+    HoverButton* button = view_.*row.buttonOutlet;
+    if (button) button->setAction([this, button, action = row.clicked] { (this->*action)(button); });
   }
 }
 
-SafariExtensionViewController::~SafariExtensionViewController() {
-  // The server outlives us; it must not call into a controller that is gone.
-  server_.setDismissPopover(nullptr);
+SafariExtensionViewController::~SafariExtensionViewController() = default;
+
+GradientLayer* SafariExtensionViewController::layer(std::string_view name) const {
+  const auto rows = popoverRows();
+  for (size_t i = 0; i < rows.size(); ++i)
+    if (rows[i].layer == name) return layers_[i].get();
+  return nullptr;
 }
 
 SafariExtensionViewController& SafariExtensionViewController::sharedController() {
@@ -59,9 +63,8 @@ void SafariExtensionViewController::viewDidAppear() {
   // Named colours exist on every system this runs on, so the labels are
   // reset to the catalogue colour at every showing.
   if (auto color = colorNamed("Color")) {
-    for (Widget* label : {view_.lblVeldrin, view_.lblHelp, view_.lblSettings, view_.lblAutoRating,
-                          view_.lblManualRating}) {
-      if (label) label->setTextColor(*color);
+    for (const PopoverRow& row : popoverRows()) {
+      if (Widget* label = view_.*row.labelOutlet) label->setTextColor(*color);
     }
   }
   if (setting_.bToolbarEnabled()) {
@@ -69,8 +72,10 @@ void SafariExtensionViewController::viewDidAppear() {
   } else {
     disableToolbar();
   }
-  if (view_.autoRatingCheck) view_.autoRatingCheck->setHidden(!setting_.bAutoScanEnabled());
-  if (view_.manualRatingCheck) view_.manualRatingCheck->setHidden(!setting_.bManualScanEnabled());
+  for (const PopoverRow& row : popoverRows()) {
+    Widget* check = row.checkOutlet ? view_.*row.checkOutlet : nullptr;
+    if (check && row.shownFlag) check->setHidden(!(setting_.*row.shownFlag)());
+  }
   initializeLayer();
 }
 
@@ -84,20 +89,23 @@ void SafariExtensionViewController::updateSettings() {
 }
 
 void SafariExtensionViewController::enableToolbar() {
-  for (HoverButton* button : {view_.btnAutoRating, view_.btnManualRating, view_.btnSettings, view_.btnHelp}) {
-    if (button) button->setEnabled(true);
+  // The labels keep their colour, and the rows that do not follow the toolbar
+  // their buttons' state.
+  for (const PopoverRow& row : popoverRows()) {
+    HoverButton* button = view_.*row.buttonOutlet;
+    if (row.followsToolbar && button) button->setEnabled(true);
   }
-  // The labels keep their colour and btnVeldrin its state: the mail-scan row
-  // belongs to updateVeldrinSetting.
   addButtonMouseHoverEffect();
 }
 
 void SafariExtensionViewController::disableToolbar() {
-  for (Widget* label : {view_.lblAutoRating, view_.lblManualRating, view_.lblSettings, view_.lblHelp}) {
-    if (label) label->setTextColor(TextColor::Grey);
+  for (const PopoverRow& row : popoverRows()) {
+    Widget* label = view_.*row.labelOutlet;
+    if (row.followsToolbar && label) label->setTextColor(TextColor::Grey);
   }
-  for (HoverButton* button : {view_.btnAutoRating, view_.btnManualRating, view_.btnSettings, view_.btnHelp}) {
-    if (button) button->setEnabled(false);
+  for (const PopoverRow& row : popoverRows()) {
+    HoverButton* button = view_.*row.buttonOutlet;
+    if (row.followsToolbar && button) button->setEnabled(false);
   }
   removeButtonMouseHoverEffect();
 }
@@ -106,22 +114,34 @@ void SafariExtensionViewController::disableToolbar() {
 // service for the opposite of the current value. The local flip does not wait
 // for the service; the next settings load corrects it if need be.
 void SafariExtensionViewController::btnAutoRatingClicked(HoverButton*) {
-  server_.toggleAutoScan();
-  if (view_.autoRatingCheck) view_.autoRatingCheck->setHidden(!view_.autoRatingCheck->isHidden());
-  setting_.setBAutoScanEnabled(!setting_.bAutoScanEnabled());
+  server_.toggleAutoScan([this] { dismissPopover(); });
+  flipLocally(view_.autoRatingCheck, &Setting::bAutoScanEnabled, &Setting::setBAutoScanEnabled);
 }
 
 void SafariExtensionViewController::btnManualRatingClicked(HoverButton*) {
-  server_.toggleManualScan();
-  if (view_.manualRatingCheck) view_.manualRatingCheck->setHidden(!view_.manualRatingCheck->isHidden());
-  setting_.setBManualScanEnabled(!setting_.bManualScanEnabled());
+  server_.toggleManualScan([this] { dismissPopover(); });
+  flipLocally(view_.manualRatingCheck, &Setting::bManualScanEnabled, &Setting::setBManualScanEnabled);
 }
 
-void SafariExtensionViewController::btnVeldrinClicked(HoverButton*) { server_.toggleVeldrim(); }
+void SafariExtensionViewController::flipLocally(Widget* check, bool (Setting::*flag)() const,
+                                                void (Setting::*setFlag)(bool)) {
+  if (check) check->setHidden(!check->isHidden());
+  (setting_.*setFlag)(!(setting_.*flag)());
+}
 
-void SafariExtensionViewController::btnSettingsClicked(HoverButton*) { server_.showSettingsPage(); }
+// The mail-scan row's check mark and flag belong to its refresh, not to the
+// click.
+void SafariExtensionViewController::btnVeldrinClicked(HoverButton*) {
+  toggleVeldrim([this] { dismissPopover(); });
+}
 
-void SafariExtensionViewController::btnHelpClicked(HoverButton*) { server_.showHelpPage(); }
+void SafariExtensionViewController::btnSettingsClicked(HoverButton*) {
+  server_.showSettingsPage([this] { dismissPopover(); });
+}
+
+void SafariExtensionViewController::btnHelpClicked(HoverButton*) {
+  server_.showHelpPage([this] { dismissPopover(); });
+}
 
 void SafariExtensionViewController::dismissPopover() {
   if (dismissHandler_) dismissHandler_();

@@ -6,13 +6,14 @@
 // rows up under the mouse.
 //
 // Runs on the main run loop. Owns the popover's view hierarchy (PopoverView)
-// and the five hover layers; uses the Setting record, the service client, the
-// loop and the browser it is given, which must outlive it.
+// and a hover layer for each row; uses the Setting record, the service client,
+// the loop and the browser it is given, which must outlive it.
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/browser.h"
 #include "popover/gradient_layer.h"
@@ -40,7 +41,6 @@ inline constexpr std::string_view kVeldrinUnavailableTooltip = "Works for Gmail 
 
 class SafariExtensionViewController {
  public:
-  // Installs itself as the server's way of closing the popover.
   SafariExtensionViewController(Setting& setting, WrenBrowserExtServer& server, RunLoop& loop, Browser* browser,
                                 Strings& strings);
   ~SafariExtensionViewController();
@@ -52,7 +52,8 @@ class SafariExtensionViewController {
   static SafariExtensionViewController& sharedController();
 
   void setBrowser(Browser* browser) { browser_ = browser; }
-  // The host's way of closing the popover (none: closing does nothing).
+  // The host's way of closing the popover (none: closing does nothing); the
+  // row actions close it once their command is on its way.
   void setDismissHandler(std::function<void()> handler) { dismissHandler_ = std::move(handler); }
   // Called after any change of a widget or layer, possibly many times per
   // run-loop turn; the host coalesces.
@@ -64,12 +65,11 @@ class SafariExtensionViewController {
   PopoverView& view() { return view_; }
   const PopoverView& view() const { return view_; }
 
-  // The owned hover layers; null until initializeLayer built them.
-  GradientLayer* layerAutoRating() const { return layerAutoRating_.get(); }
-  GradientLayer* layerManualRating() const { return layerManualRating_.get(); }
-  GradientLayer* layerVeldrin() const { return layerVeldrin_.get(); }
-  GradientLayer* layerSettings() const { return layerSettings_.get(); }
-  GradientLayer* layerHelp() const { return layerHelp_.get(); }
+  // The owned hover layer of that name ("layerAutoRating", see the row
+  // table); null until initializeLayer built it, or for an unknown name.
+  GradientLayer* layer(std::string_view name) const;
+  // The same by the row's position in the row table.
+  GradientLayer* layerOfRow(size_t row) const { return layers_[row].get(); }
 
   // Appearance hooks.
   void awakeFromNib() {}
@@ -95,6 +95,11 @@ class SafariExtensionViewController {
   void btnSettingsClicked(HoverButton* sender = nullptr);
   void btnHelpClicked(HoverButton* sender = nullptr);
 
+  // Asks the active page's script to open the mail-scan panel, unless the
+  // current address is exactly ""; `reached` runs once the page was told.
+  // Without an active window, tab or page nothing happens.
+  void toggleVeldrim(std::function<void()> reached);
+
   void dismissPopover();
 
   // Refreshes the mail-scan row from the active tab; finishes asynchronously.
@@ -106,6 +111,9 @@ class SafariExtensionViewController {
   static std::string base64Encode(std::string_view text);
 
  private:
+  // Runs `then` with the browser and the active window's active tab's page,
+  // each asked for in the previous one's completion.
+  void withActivePage(std::function<void(Browser&, const BrowserHandle& page)> then);
   void onPageProperties(const BrowserHandle& page, const std::optional<PageProperties>& properties);
   void loadVeldrinSwitches(VeldrinConfigItem* record, const std::string& email);
   bool isCurrentRecord(const VeldrinConfigItem* record) const;
@@ -114,12 +122,13 @@ class SafariExtensionViewController {
   void showVeldrinNoAccount(VeldrinConfigItem* record);
   void showVeldrinLoaded(VeldrinConfigItem* record);
   void showVeldrinLoadFailed(VeldrinConfigItem* record);
+  // A scan row's click, shown at once: its check mark and its flag flip.
+  void flipLocally(Widget* check, bool (Setting::*flag)() const, void (Setting::*setFlag)(bool));
   // Posts `work` to the loop; it is dropped if the controller is gone by then.
   void postToMain(std::function<void()> work);
   // Installs the enter and exit handlers that show and hide one row's layer.
   // The outlets are read when a handler runs, not when it is installed.
-  void installHover(HoverButton* button, std::unique_ptr<GradientLayer> SafariExtensionViewController::*layer,
-                    View* PopoverView::*target);
+  void installHover(size_t row);
 
   Setting& setting_;
   WrenBrowserExtServer& server_;
@@ -130,11 +139,8 @@ class SafariExtensionViewController {
   std::function<void()> dismissHandler_;
   // Declared before the layers so the layers are released first.
   PopoverView view_;
-  std::unique_ptr<GradientLayer> layerAutoRating_;
-  std::unique_ptr<GradientLayer> layerManualRating_;
-  std::unique_ptr<GradientLayer> layerVeldrin_;
-  std::unique_ptr<GradientLayer> layerSettings_;
-  std::unique_ptr<GradientLayer> layerHelp_;
+  // One a row, in the row table's order.
+  std::vector<std::unique_ptr<GradientLayer>> layers_;
   // Expires with the controller, so late completions can tell.
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };

@@ -1,6 +1,5 @@
-// The popover's row actions: each becomes a command to the service (or a
-// message to the active page) and then closes the popover.
-#include "platform/browser.h"
+// The popover's commands to the service: switching a scan feature and opening
+// the product's own settings or help window.
 #include "server/setting.h"
 #include "server/wren_browser_ext_server.h"
 
@@ -15,52 +14,27 @@ Json updateSettingCommand(const char* name, bool enabledNow) {
 }
 }  // namespace
 
-void WrenBrowserExtServer::dismiss() {
-  if (dismissPopover_) dismissPopover_();
+// Fire and forget: nobody reads the answer, so `sent` runs as soon as the
+// request is under way, before the service has answered.
+void WrenBrowserExtServer::sendPopoverCommand(const Json& command, const std::function<void()>& sent) {
+  ajax_.get(uriForCommand_, {}, command, nullptr, nullptr);
+  if (sent) sent();
 }
 
-// Commands from the popover are fire and forget: nobody reads their answer.
-void WrenBrowserExtServer::toggleAutoScan() {
-  ajax_.get(uriForCommand_, {}, updateSettingCommand("EnableAutomaticScan", setting_.bAutoScanEnabled()), nullptr,
-            nullptr);
-  dismiss();
+void WrenBrowserExtServer::toggleAutoScan(const std::function<void()>& sent) {
+  sendPopoverCommand(updateSettingCommand("EnableAutomaticScan", setting_.bAutoScanEnabled()), sent);
 }
 
-void WrenBrowserExtServer::toggleManualScan() {
-  ajax_.get(uriForCommand_, {}, updateSettingCommand("EnableManualScanner", setting_.bManualScanEnabled()), nullptr,
-            nullptr);
-  dismiss();
+void WrenBrowserExtServer::toggleManualScan(const std::function<void()>& sent) {
+  sendPopoverCommand(updateSettingCommand("EnableManualScanner", setting_.bManualScanEnabled()), sent);
 }
 
-void WrenBrowserExtServer::showSettingsPage() {
-  ajax_.get(uriForCommand_, {}, Json{{"type", "showToolbarUI"}}, nullptr, nullptr);
-  dismiss();
+void WrenBrowserExtServer::showSettingsPage(const std::function<void()>& sent) {
+  sendPopoverCommand(Json{{"type", "showToolbarUI"}}, sent);
 }
 
-void WrenBrowserExtServer::showHelpPage() {
-  ajax_.get(uriForCommand_, {}, Json{{"type", "showToolbarHelp"}}, nullptr, nullptr);
-  dismiss();
-}
-
-void WrenBrowserExtServer::toggleVeldrim() {
-  // Only an address that is exactly "" holds the panel back; one never set
-  // counts as present, so the page decides what to show.
-  const auto& email = setting_.veldrinConfigItem().curEmail();
-  if (email && email->empty()) return;
-  Browser* browser = browser_;
-  if (!browser) return;
-  // The popover stays open unless the page was reached.
-  browser->getActiveWindow([this, browser](const BrowserHandle& window) {
-    if (window.is_null()) return;
-    browser->getActiveTab(window, [this, browser](const BrowserHandle& tab) {
-      if (tab.is_null()) return;
-      browser->getActivePage(tab, [this, browser](const BrowserHandle& page) {
-        if (page.is_null()) return;
-        browser->dispatchMessageToScript(page, "vd_popoverClicked", Json::object());
-        dismiss();
-      });
-    });
-  });
+void WrenBrowserExtServer::showHelpPage(const std::function<void()>& sent) {
+  sendPopoverCommand(Json{{"type", "showToolbarHelp"}}, sent);
 }
 
 }  // namespace wren

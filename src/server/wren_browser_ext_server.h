@@ -1,8 +1,7 @@
 #pragma once
 // The client of the local protection service: its addresses, the settings
 // load, commands, URL rating, the mail-scan switches, and the popover's
-// toggles. Stateless after construction apart from the two hooks the popover
-// wiring installs.
+// commands. Stateless after construction; it talks to the service only.
 //
 // Runs on the main run loop; every callback runs there too.
 #include <functional>
@@ -15,7 +14,6 @@
 
 namespace wren {
 
-class Browser;
 class Setting;
 class VeldrinConfigItem;
 
@@ -56,31 +54,24 @@ class WrenBrowserExtServer {
   void loadVeldrinSetting(ServiceSuccess success, ServiceFailure fail);
   void loadVeldrinSettingByEmail(const std::string& email, ServiceSuccess success, ServiceFailure fail);
 
-  // The popover's row actions; each sends its command and closes the popover.
-  void toggleAutoScan();
-  void toggleManualScan();
-  void toggleVeldrim();
-  void showSettingsPage();
-  void showHelpPage();
-
-  // Installed by the wiring: the browser (for toggleVeldrim) and how to close
-  // the popover.
-  void setBrowser(Browser* browser) { browser_ = browser; }
-  void setDismissPopover(std::function<void()> dismiss) { dismissPopover_ = std::move(dismiss); }
+  // The popover's commands. Each sends its command and runs `sent` (which may
+  // be empty) once it is under way, without waiting for the answer.
+  void toggleAutoScan(const std::function<void()>& sent);
+  void toggleManualScan(const std::function<void()>& sent);
+  void showSettingsPage(const std::function<void()>& sent);
+  void showHelpPage(const std::function<void()>& sent);
 
   Setting& setting() { return setting_; }
   Ajax& ajax() { return ajax_; }
 
  private:
   void loadMerged(const std::string& url, ServiceSuccess success, ServiceFailure fail);
-  void dismiss();
+  void sendPopoverCommand(const Json& command, const std::function<void()>& sent);
 
   Ajax& ajax_;
   Setting& setting_;
   std::string origin_;
   std::string uriForPattern_, uriForSetting_, uriForUrl_, uriForCommand_, uriForSendData_;
-  Browser* browser_ = nullptr;
-  std::function<void()> dismissPopover_;
 };
 
 // Fills the mail scanner's record from a vds answer: "EnableVeldrin",

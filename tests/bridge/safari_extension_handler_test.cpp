@@ -5,28 +5,12 @@
 
 #include "bridge/safari_extension_handler.h"
 #include "server/service_fixture.h"
+#include "support/fake_browser.h"
 
 namespace wren::test {
 namespace {
 
 using S = std::optional<std::string>;
-
-// Answers every lookup at once and records what the pages are sent.
-class FakeBrowser : public Browser {
- public:
-  struct Message { std::string name; std::optional<Json> userInfo; };
-  std::vector<Message> messages;
-
-  using Done = std::function<void(const BrowserHandle&)>;
-  void getActiveWindow(Done done) override { done("window"); }
-  void getActiveTab(const BrowserHandle&, Done done) override { done("tab"); }
-  void getActivePage(const BrowserHandle&, Done done) override { done("page"); }
-  void getPageProperties(const BrowserHandle&, std::function<void(const std::optional<PageProperties>&)>) override {}
-  void openTab(const BrowserHandle&, const std::string&, bool) override {}
-  void dispatchMessageToScript(const BrowserHandle&, const std::string& name, const std::optional<Json>& i) override {
-    messages.push_back({name, i});
-  }
-};
 
 class HandlerTest : public ServiceFixture {
  protected:

@@ -11,33 +11,10 @@
 #include "popover/strings.h"
 #include "server/setting.h"
 #include "server/wren_browser_ext_server.h"
+#include "support/fake_browser.h"
 #include "support/test_server.h"
 
 namespace wren::test {
-
-class FakeBrowser : public Browser {
- public:
-  explicit FakeBrowser(RunLoop& loop) : loop_(loop) {}
-  // What the lookups answer; null ends the chain.
-  BrowserHandle window = "window-1", tab = "tab-1", page = "page-1";
-  std::optional<PageProperties> properties = PageProperties{};
-  std::vector<std::pair<std::string, std::optional<Json>>> messages;  // name, userInfo
-
-  using Done = std::function<void(const BrowserHandle&)>;
-  void getActiveWindow(Done done) override { loop_.post([this, done] { done(window); }); }
-  void getActiveTab(const BrowserHandle&, Done done) override { loop_.post([this, done] { done(tab); }); }
-  void getActivePage(const BrowserHandle&, Done done) override { loop_.post([this, done] { done(page); }); }
-  void getPageProperties(const BrowserHandle&, std::function<void(const std::optional<PageProperties>&)> d) override {
-    loop_.post([this, d] { d(properties); });
-  }
-  void openTab(const BrowserHandle&, const std::string&, bool) override {}
-  void dispatchMessageToScript(const BrowserHandle&, const std::string& name, const std::optional<Json>& i) override {
-    messages.emplace_back(name, i);
-  }
-
- private:
-  RunLoop& loop_;
-};
 
 class PopoverTest : public ::testing::Test {
  protected:
@@ -47,7 +24,7 @@ class PopoverTest : public ::testing::Test {
   Setting setting{nullptr, "https://veldrin.invalid"};
   WrenBrowserExtServer server{ajax, setting, service.origin()};
   Strings strings = Strings::embedded("en");
-  FakeBrowser browser{loop};
+  FakeBrowser browser{&loop};
   SafariExtensionViewController controller{setting, server, loop, &browser, strings};
   PopoverView& view = controller.view();
 

@@ -148,7 +148,7 @@ TEST_F(VeldrinRowTest, YahooJapanAsksThePageAndUsesTheAddressReportedBefore) {
   showPage("https://mail.yahoo.co.jp/u/pc/f/message", "Yahoo!メール");
   record().setCurEmail("");  // a fresh installation: the row stays as it is
   refreshFromUsableRow();
-  EXPECT_EQ(browser.messages.back(), (std::pair<std::string, std::optional<Json>>("vd_get_user_email", {})));
+  EXPECT_EQ(browser.messages.back(), (FakeBrowser::Message{"vd_get_user_email", std::nullopt}));
   EXPECT_TRUE(logged("[SafariToolbar] getYahooJPMailAccount enter."));
   EXPECT_TRUE(logged("Safari popup  "));
   EXPECT_EQ(changes, 0);
