@@ -30,6 +30,13 @@ inline bool eventually(const std::function<bool()>& done, std::chrono::milliseco
   return true;
 }
 
+// A frame as the browser writes it: a length in native byte order, then the
+// payload; `length` may lie.
+inline std::string framed(const std::string& payload, uint32_t length) {
+  return std::string(reinterpret_cast<const char*>(&length), sizeof length) + payload;
+}
+inline std::string framed(const std::string& payload) { return framed(payload, uint32_t(payload.size())); }
+
 // The browser's answers when its active page has these properties.
 inline OJson showing(const OJson& properties) {
   return {{"getActiveWindow", {{"w", 1}}}, {"getActiveTab", {{"t", 2}}},
@@ -146,6 +153,24 @@ class HostTest : public ::testing::Test {
   OJson browser_ = OJson::object();
   OJson state_ = OJson::object();
   std::vector<OJson> calls_;
+};
+
+// With a mail-scan cloud: a real HTTPS server that the host trusts through
+// WREN_CA_FILE.
+class CloudHostTest : public HostTest {
+ protected:
+  void TearDown() override {
+    HostTest::TearDown();
+    cloud_.reset();
+    std::filesystem::remove_all(cert_.dir);
+  }
+  void startWithCloud() {
+    start({{"WREN_VELDRIN_API", cloud_->origin()}, {"WREN_CA_FILE", cert_.certFile}});
+    enableToolbar();
+  }
+
+  TestCertificate cert_ = TestCertificate::make();
+  std::unique_ptr<TestServer> cloud_ = std::make_unique<TestServer>(cert_);
 };
 
 }  // namespace wren::test

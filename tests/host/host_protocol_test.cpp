@@ -6,10 +6,6 @@
 namespace wren::test {
 namespace {
 
-std::string framed(const std::string& payload, uint32_t len) {
-  return std::string(reinterpret_cast<const char*>(&len), 4) + payload;
-}
-
 TEST_F(HostTest, SaysHelloWhateverItIsStartedWithAndExitsOnEndOfInputOrSigterm) {
   const std::pair<std::vector<std::string>, bool> cases[] = {
       {{}, false},
@@ -42,7 +38,7 @@ TEST_F(HostTest, DropsMalformedFramesWithOneLogLineAndKeepsServing) {
       {R"({"type":"result","id":999,"value":1})", "no such call is waiting"},
   };
   for (const auto& [payload, logged] : cases) {
-    host_->sendRaw(framed(payload, payload.size()));
+    host_->sendRaw(framed(payload));
     EXPECT_TRUE(host_->waitForLog(logged)) << payload;
   }
   EXPECT_TRUE(ask("vd_set_email", "still-here", OJson{{"email", "x@y.z"}}));
