@@ -1,6 +1,7 @@
 // The page-message dispatcher on a real service on loopback, with the toolbar
-// switched on. The mail-scan relay, the promotion, new tabs and the gate on
-// the wire are pinned end to end through the host.
+// switched on: the rules behind each answer. Every message's answer and
+// requests on the wire, the mail-scan relay, new tabs, the block page and the
+// gate are pinned end to end through the host.
 #include <gmock/gmock.h>
 
 #include "bridge/safari_extension_handler.h"
@@ -30,35 +31,6 @@ class HandlerTest : public ServiceFixture {
   SafariExtensionHandler handler{server, setting, ajax, browser, "9.8.7"};
 };
 
-TEST_F(HandlerTest, SendDataPostsTheDictionaryAsJsonAndAnswersNothing) {
-  EXPECT_TRUE(exchange("send_data", R"({"kind":"visit","n":[1,2]})").empty());
-  EXPECT_TRUE(exchange("send_data", nullptr).empty());
-  auto r = service.requests();
-  EXPECT_EQ(r.at(0).method + " " + r[0].target, "POST /BrowserExt/sendData");
-  EXPECT_EQ(Json::parse(r[0].body), Json::parse(R"({"kind":"visit","n":[1,2]})"));
-  EXPECT_EQ(Json::parse(r.at(1).body), Json::object());
-  service.respond(500, "application/json", "{}");
-  exchange("send_data", "{}");
-  EXPECT_EQ(linesWith("[SafariToolbar]>>send_data failed."), 1u);
-}
-
-TEST_F(HandlerTest, SendCommandMergesTheAnswerBodyAndBuildVersion) {
-  service.setHandler([](const httplib::Request&, httplib::Response& res) {
-    res.set_header("X-Header", "not merged");
-    res.set_content(R"({"status":"ok","page":"service","buildVersion":"old"})", "application/json");
-  });
-  auto answers = exchange("vd_send_command", R"({"type":"custom","page":"mine","keep":1})");
-  EXPECT_EQ(answers.at(0).name, "vd_send_command");
-  EXPECT_EQ(answers[0].userInfo,
-            Json::parse(R"({"type":"custom","page":"service","keep":1,"status":"ok","buildVersion":"9.8.7"})"));
-  EXPECT_EQ(service.requests().at(0).target, "/BrowserExt/command?keep=1&page=mine&type=custom");
-  // A failure, or an answer that is not a dictionary, echoes the request.
-  for (auto [status, body] : {std::pair{500, "{}"}, std::pair{200, "[1]"}}) {
-    service.respond(status, "application/json", body);
-    EXPECT_EQ(exchange("vd_send_command", R"({"type":"c"})").at(0).userInfo, Json::parse(R"({"type":"c"})"));
-  }
-}
-
 TEST_F(HandlerTest, GetSettingSendsBase64AndAnswersWithSettings) {
   service.respond(200, "application/json", R"({"ShowVeldrin":"1"})");
   auto answers = exchange("vd_get_setting", R"({"e":"a@bc","i":{"n":1},"x":0})");
@@ -70,20 +42,6 @@ TEST_F(HandlerTest, GetSettingSendsBase64AndAnswersWithSettings) {
   // Without "e" or "i" nothing is asked.
   for (const char* info : {R"({"i":1})", R"({"e":"a"})", R"({"e":5,"i":1})"}) exchange("vd_get_setting", info);
   EXPECT_EQ(service.requestCount(), 2u);
-}
-
-// The message, not the page's own "type", decides what is fetched; only an
-// answer labelled HTML is taken.
-TEST_F(HandlerTest, PageContentAcceptsHtmlOnly) {
-  for (const char* name : {"get_relevant_blog", "wtpatl"}) {
-    service.respond(200, "text/html", R"({"html":"<p>x</p>"})");
-    auto answers = exchange(name, R"({"type":"page-own","lang":"en"})");
-    EXPECT_EQ(answers.at(0).name, name);
-    EXPECT_EQ(answers[0].userInfo, Json::parse(R"({"html":"<p>x</p>"})"));
-    EXPECT_EQ(service.requests().back().target, "/BrowserExt/command?lang=en&type=" + std::string(name));
-    service.respond(200, "application/json", R"({"html":"x"})");
-    EXPECT_TRUE(exchange(name, "{}").empty());
-  }
 }
 
 TEST_F(HandlerTest, RateItemsRatesOnlyWhatTheFlagsAllow) {
@@ -171,19 +129,6 @@ TEST_F(WtpRatingTest, ToolbarOffOrFailedReloadStopsBeforeRating) {
   }
 }
 
-TEST_F(HandlerTest, ToolbarOffChangesNothingAndLogsNothing) {
-  setting.setBToolbarEnabled(false);
-  setting.veldrinConfigItem().setCurEmail("kept@mail.test");
-  for (const char* name : {"wtp_rating", "send_data", "vd_set_email", "vd_get_user_email", "vd_get_setting",
-                           "block_page", "vd_show_protect_promotion"})
-    send(name, R"({"urls":[{"url":"http://a/","id":1}],"email":7,"e":"x","i":1})");
-  settle();
-  EXPECT_TRUE(browser.messages.empty());
-  EXPECT_EQ(service.requestCount(), 0u);
-  EXPECT_TRUE(logs().empty());
-  EXPECT_EQ(setting.veldrinConfigItem().curEmail(), S("kept@mail.test"));
-}
-
 TEST_F(HandlerTest, MailAddressReports) {
   const S a("a@m.test"), b("b@m.test");
   const std::tuple<const char*, const char*, S> cases[] = {  // message, dictionary, the address after
@@ -203,21 +148,6 @@ TEST_F(HandlerTest, MailAddressReports) {
                                              "[SafariToolbar] safari background ",
                                              "[SafariToolbar] vd_get_user_email return email is nil",
                                              "[SafariToolbar] vd_get_user_email return email is nil"));
-}
-
-TEST_F(HandlerTest, BlockPageHandsTheRememberedAddressOutOnce) {
-  send("block_page", R"({"href":"https://block.test/?CODE=C3"})");  // the marker is case-sensitive
-  EXPECT_FALSE(handler.lastBlockUrl());
-  send("block_page", R"({"href":"https://block.test/?code=A1"})");
-  send("block_page", R"({"href":"https://block.test/?code=B2"})");  // the last one wins
-  EXPECT_TRUE(browser.messages.empty());
-  send("block_page", R"({"href":["code"]})");  // not a text: as if absent
-  ASSERT_EQ(browser.messages.size(), 1u);
-  EXPECT_EQ(browser.messages[0].name, "reload_block_page");
-  EXPECT_EQ(browser.messages[0].userInfo, Json::parse(R"({"href":"https://block.test/?code=B2"})"));
-  send("block_page");
-  EXPECT_EQ(browser.messages.size(), 1u);
-  EXPECT_EQ(logs().back(), "lastBlockUrl is nil");
 }
 
 }  // namespace

@@ -88,10 +88,8 @@ export async function startSimulator(args = []) {
   });
   const exited = new Promise((resolve) => child.once('exit', resolve));
   return {
-    port,
     origin: `http://127.0.0.1:${port}`,
     cloud,
-    requests,
     // The "info" texts of the log commands the service was sent.
     logs,
     // The requests whose target (path and query) contains every one of `parts`.
@@ -101,10 +99,6 @@ export async function startSimulator(args = []) {
       await exited;
     },
   };
-}
-
-function tempDir(prefix) {
-  return fs.mkdtempSync(path.join(os.tmpdir(), prefix));
 }
 
 // The wren-bridge processes started for this run: the browser hands the host
@@ -173,6 +167,22 @@ function watchFirefoxConsole(process, messages) {
   });
 }
 
+// What puppeteer is given for either browser.
+function launch(name, { profile, env, launchOptions }, options) {
+  return puppeteer.launch({
+    browser: name === 'chromium' ? 'chrome' : 'firefox',
+    executablePath: EXECUTABLES[name],
+    headless: true,
+    userDataDir: profile,
+    acceptInsecureCerts: true,
+    defaultViewport: null,
+    timeout: LAUNCH_TIMEOUT_MS,
+    env,
+    ...options,
+    ...launchOptions,
+  });
+}
+
 // What differs between the browsers: registering the host, starting with the
 // extension, reading its console, loading extension pages, and where the
 // popup opens.
@@ -184,15 +194,9 @@ const drivers = {
       return { command: 'wren-bridge install --user-data-dir PROFILE', text, profile,
         manifest: path.join(profile, 'NativeMessagingHosts', 'com.wren.bridge.json') };
     },
-    async launch({ profile, colorScheme, env, launchOptions, extensionDir = EXTENSION_DIR }) {
-      const browser = await puppeteer.launch({
-        browser: 'chrome',
-        executablePath: EXECUTABLES.chromium,
-        headless: true,
-        userDataDir: profile,
-        acceptInsecureCerts: true,
-        defaultViewport: null,
-        timeout: LAUNCH_TIMEOUT_MS,
+    async launch(session) {
+      const { colorScheme, extensionDir = EXTENSION_DIR } = session;
+      const browser = await launch('chromium', session, {
         // puppeteer turns extensions off unless asked.
         ignoreDefaultArgs: ['--disable-extensions'],
         args: [
@@ -206,8 +210,6 @@ const drivers = {
           '--no-first-run',
           ...(colorScheme === 'dark' ? ['--force-dark-mode'] : []),
         ],
-        env,
-        ...launchOptions,
       });
       const target = await browser.waitForTarget((t) =>
         t.type() === 'service_worker' && t.url().startsWith(`chrome-extension://${EXTENSION_ID}/`),
@@ -235,9 +237,10 @@ const drivers = {
         manifest: path.join(env.HOME, '.mozilla', 'native-messaging-hosts', 'com.wren.bridge.json'),
         profile: path.join(root, 'profile') };
     },
-    async launch({ root, profile, colorScheme, env, launchOptions, extensionDir = null }) {
+    async launch(session) {
+      const { root, profile, colorScheme } = session;
       // The Firefox variant: as given (an installed one), or built here.
-      let extension = extensionDir;
+      let extension = session.extensionDir;
       if (!extension) {
         extension = path.join(root, 'extension-firefox');
         execFileSync(path.join(EXTENSION_DIR, 'build-firefox.sh'), [extension], { stdio: 'ignore' });
@@ -245,14 +248,7 @@ const drivers = {
       // The moz-extension host is random unless preset.
       const uuid = crypto.randomUUID();
       fs.mkdirSync(profile);
-      const browser = await puppeteer.launch({
-        browser: 'firefox',
-        executablePath: EXECUTABLES.firefox,
-        headless: true,
-        userDataDir: profile,
-        acceptInsecureCerts: true,
-        defaultViewport: null,
-        timeout: LAUNCH_TIMEOUT_MS,
+      const browser = await launch('firefox', session, {
         // Extension pages can be opened in a tab only with system access.
         args: ['--remote-allow-system-access'],
         extraPrefsFirefox: {
@@ -266,8 +262,6 @@ const drivers = {
           'privacy.reduceTimerPrecision': false,
           'ui.systemUsesDarkTheme': colorScheme === 'dark' ? 1 : 0,
         },
-        env,
-        ...launchOptions,
       });
       try {
         await browser.installExtension(extension);
@@ -317,7 +311,7 @@ export async function startSession({ browser: browserName = 'chromium', simArgs 
   if (!driver) throw new Error(`unknown browser ${browserName}`);
   const sim = givenSim ?? (await startSimulator(simArgs));
   const pages = await startPageServers();
-  const root = tempDir('wren-browser-test-');
+  const root = fs.mkdtempSync(path.join(os.tmpdir(), 'wren-browser-test-'));
   const home = path.join(root, 'home');
   fs.mkdirSync(home);
   const runTag = crypto.randomUUID();
@@ -333,6 +327,13 @@ export async function startSession({ browser: browserName = 'chromium', simArgs 
   let install;
   let launched;
   const consoleMessages = [];
+  // Nothing of a session may outlive it, nor of one that never started.
+  const cleanUp = async () => {
+    await launched?.browser.close().catch(() => {});
+    if (!givenSim) await sim.stop();
+    await pages.close();
+    fs.rmSync(root, { recursive: true, force: true });
+  };
   try {
     install = installed
       ? { command: 'none (the system-wide manifest)', text: '', manifest: null, profile: path.join(root, 'profile') }
@@ -345,18 +346,13 @@ export async function startSession({ browser: browserName = 'chromium', simArgs 
       extensionDir: installed?.extensionDir });
     await driver.watchConsole(launched, consoleMessages);
   } catch (e) {
-    // Nothing of a session that never started may outlive it.
-    await launched?.browser.close().catch(() => {});
-    if (!givenSim) await sim.stop();
-    await pages.close();
-    fs.rmSync(root, { recursive: true, force: true });
+    await cleanUp();
     throw e;
   }
 
   const { browser, extensionOrigin } = launched;
   let closed = false;
   const session = {
-    browserName,
     sim,
     pages,
     browser,
@@ -371,8 +367,6 @@ export async function startSession({ browser: browserName = 'chromium', simArgs 
     // The extension's console messages so far, each { level, text }.
     console: consoleMessages,
     popupUrl: `${extensionOrigin}/popup.html`,
-    // Loads `url` in `page`, extension pages included.
-    navigate: (page, url) => driver.navigate(page, url),
     // Sizes `page`'s viewport: { width, height, deviceScaleFactor }.
     setViewport: (page, viewport) => driver.setViewport(page, viewport),
     // A tab on `url`; the first one reuses the browser's blank tab.
@@ -428,10 +422,8 @@ export async function startSession({ browser: browserName = 'chromium', simArgs 
       await browser.close().catch(() => {});
     },
     async close() {
-      await session.closeBrowser();
-      if (!givenSim) await sim.stop();
-      await pages.close();
-      fs.rmSync(root, { recursive: true, force: true });
+      closed = true;
+      await cleanUp();
     },
   };
   return session;

@@ -89,8 +89,6 @@ export async function startPageServers() {
   const httpPort = await listen(plain);
   const httpsPort = await listen(secure);
   return {
-    httpPort,
-    httpsPort,
     // An address of a test page; `host` may be any *.wren-test.example name.
     url: (pathname, host = '127.0.0.1') => `http://${host}:${httpPort}${pathname}`,
     // The browser resolves mail.google.com to this machine.

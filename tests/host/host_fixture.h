@@ -6,6 +6,7 @@
 
 #include <filesystem>
 
+#include "host/frame_codec.h"
 #include "support/host_process.h"
 #include "support/test_server.h"
 
@@ -29,6 +30,14 @@ inline bool eventually(const std::function<bool()>& done, std::chrono::milliseco
   }
   return true;
 }
+
+// A frame as the browser writes it: a length in native byte order, then the
+// payload; `length` may lie.
+inline std::string framed(const std::string& payload, uint32_t length) {
+  const FrameHeader header = encodeFrameHeader(length);
+  return std::string(header.data(), header.size()) + payload;
+}
+inline std::string framed(const std::string& payload) { return encodeFrame(payload); }
 
 // The browser's answers when its active page has these properties.
 inline OJson showing(const OJson& properties) {
@@ -146,6 +155,24 @@ class HostTest : public ::testing::Test {
   OJson browser_ = OJson::object();
   OJson state_ = OJson::object();
   std::vector<OJson> calls_;
+};
+
+// With a mail-scan cloud: a real HTTPS server that the host trusts through
+// WREN_CA_FILE.
+class CloudHostTest : public HostTest {
+ protected:
+  void TearDown() override {
+    HostTest::TearDown();
+    cloud_.reset();
+    std::filesystem::remove_all(cert_.dir);
+  }
+  void startWithCloud() {
+    start({{"WREN_VELDRIN_API", cloud_->origin()}, {"WREN_CA_FILE", cert_.certFile}});
+    enableToolbar();
+  }
+
+  TestCertificate cert_ = TestCertificate::make();
+  std::unique_ptr<TestServer> cloud_ = std::make_unique<TestServer>(cert_);
 };
 
 }  // namespace wren::test

@@ -1,10 +1,7 @@
 // Hostile input from every side, through the real host: each row is one input
 // (a frame on stdin, an answer of the service or of the cloud on its socket)
 // and the rule it meets. After each, another page must still be answered.
-#include <fcntl.h>
-#include <sys/stat.h>
-
-#include <filesystem>
+#include <signal.h>
 
 #include "host/frame_codec.h"
 #include "host_fixture.h"
@@ -23,43 +20,18 @@ std::string wideObject(size_t keys) {
   for (size_t i = 0; i < keys; ++i) out += (i ? ",\"k" : "\"k") + std::to_string(i) + "\":1";
   return out + "}";
 }
-std::string framed(const std::string& payload) { return encodeFrame(payload); }
 std::string zeros(size_t n) {
   std::string out;
   for (size_t i = 0; i < n; ++i) out += i ? ",0" : "0";
   return out;
 }
 
-// What a stand-in server answers next; set by the test, read on the
-// server's threads, which may still run after a test body has returned.
-struct NextAnswer {
-  void set(int newStatus, std::string newBody) {
-    std::lock_guard lock(mutex);
-    status = newStatus, body = std::move(newBody);
-  }
-  std::pair<int, std::string> get() {
-    std::lock_guard lock(mutex);
-    return {status, body};
-  }
-  std::mutex mutex;
-  int status = 200;
-  std::string body = "{}";
-};
-
-class HostileHostTest : public HostTest {
+class HostileHostTest : public CloudHostTest {
  protected:
-  void TearDown() override {
-    HostTest::TearDown();
-    cloud_.reset();
-    std::filesystem::remove_all(cert_.dir);
-  }
   // Another page is still answered, at once.
   void expectServing(const std::string& why) {
     EXPECT_TRUE(ask("vd_set_email", "alive", OJson{{"email", ""}}, 5s)) << "stopped serving after " << why;
   }
-
-  TestCertificate cert_ = TestCertificate::make();
-  std::unique_ptr<TestServer> cloud_ = std::make_unique<TestServer>(cert_);
 };
 
 TEST_F(HostileHostTest, FramesNestedTooDeepAreDroppedAndWideOnesHandled) {
@@ -103,21 +75,18 @@ TEST_F(HostileHostTest, HostileServiceAnswersFailOrAreJudgedAndNeverFollowed) {
       {"a NUL, then more", 200, std::string(R"({"results":[]})") + '\0' + "{}", "not valid JSON", false},
       {"printed into the log", 200, nested(500, zeros(100'000)), "results is not correct", false},
   };
-  auto next = std::make_shared<NextAnswer>();
-  answer({.other = [next, location = elsewhere.origin() + "/collect"](const httplib::Request& req,
-                                                                      httplib::Response& res) {
-    if (req.path != "/BrowserExt/rating") return;
-    auto [status, body] = next->get();
-    res.status = status;
-    if (status == 302) res.set_header("Location", location);
-    res.set_content(body, "application/json");
-  }});
   start();
   enableToolbar();
   int n = 0;
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    next->set(row.status, row.body);
+    answer({.other = [row, location = elsewhere.origin() + "/collect"](const httplib::Request& req,
+                                                                       httplib::Response& res) {
+      if (req.path != "/BrowserExt/rating") return;
+      res.status = row.status;
+      if (row.status == 302) res.set_header("Location", location);
+      res.set_content(row.body, "application/json");
+    }});
     const std::string page = "rate-" + std::to_string(n++);
     host_->send(message("rateItems", page, OJson{{"type", "AutomaticScan"}, {"urls", {{{"url", "http://a/"}, {"id", 1}}}}}));
     EXPECT_TRUE(!row.logged || host_->waitForLog(row.logged));
@@ -129,16 +98,7 @@ TEST_F(HostileHostTest, HostileServiceAnswersFailOrAreJudgedAndNeverFollowed) {
 }
 
 TEST_F(HostileHostTest, HostileCloudAnswersFailAndItsLogLineStaysShort) {
-  auto next = std::make_shared<NextAnswer>();
-  cloud_->setHandler([next, location = cloud_->origin() + "/elsewhere"](const httplib::Request& req,
-                                                                        httplib::Response& res) {
-    auto [status, body] = next->get();
-    res.status = status;
-    if (status == 307) res.set_header("Location", location);
-    if (req.path == "/mail/key/mails") res.set_content(body, "application/json");
-  });
-  start({{"WREN_VELDRIN_API", cloud_->origin()}, {"WREN_CA_FILE", cert_.certFile}});
-  enableToolbar();
+  startWithCloud();
   struct Row { const char* what; int status; std::string body; OJson answer; };
   const Row rows[] = {
       {"nested 100,000 deep", 200, nested(kHostileDepth), {{"code", 200}, {"response", OJson::object()}}},
@@ -147,7 +107,12 @@ TEST_F(HostileHostTest, HostileCloudAnswersFailAndItsLogLineStaysShort) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    next->set(row.status, row.body);
+    cloud_->setHandler([row, location = cloud_->origin() + "/elsewhere"](const httplib::Request& req,
+                                                                         httplib::Response& res) {
+      res.status = row.status;
+      if (row.status == 307) res.set_header("Location", location);
+      if (req.path == "/mail/key/mails") res.set_content(row.body, "application/json");
+    });
     cloud_->clear();
     auto got = ask("vd_scan_email", "scan", OJson{{"jwt", "t"}, {"json", "{}"}}, 15s);
     ASSERT_TRUE(got);
@@ -156,7 +121,7 @@ TEST_F(HostileHostTest, HostileCloudAnswersFailAndItsLogLineStaysShort) {
   }
   // A dictionary 500 deep around 100,000 values: the page gets it, and the
   // service's log line describing it is cut while it is printed.
-  next->set(200, R"({"verdict":)" + nested(500, zeros(100'000)) + "}");
+  cloud_->respond(200, "application/json", R"({"verdict":)" + nested(500, zeros(100'000)) + "}");
   ASSERT_TRUE(ask("vd_scan_email", "scan", OJson{{"jwt", "t"}, {"json", "{}"}}, 15s));
   ASSERT_TRUE(eventually([&] { return logInfos().size() >= 2; }));
   EXPECT_EQ(logInfos().back().rfind("Server response is {verdict:(", 0), 0u);

@@ -31,6 +31,8 @@ TEST_F(HostTest, EachMessageGetsItsAnswerOrSilenceAndSendsItsRequests) {
       res.set_content(R"({"results":[{"level":3,"category":"Spam","categoryGroup":"Scam"}],"wtp_level":2,)"
                       R"("productVersion":"9.1"})", "application/json");
     if (type == "x") res.set_content(R"({"keep":2,"buildVersion":"0"})", "application/json");
+    if (type == "fail") res.status = 500;
+    if (type == "list") res.set_content("[1]", "application/json");
     // Page content must come as text/html, though it is JSON all the same.
     if (type == "get_relevant_blog") res.set_content(R"({"blog":"b"})", "text/html");
     if (type == "wtpatl") res.set_content(R"({"atl":1})", "application/json");
@@ -53,6 +55,11 @@ TEST_F(HostTest, EachMessageGetsItsAnswerOrSilenceAndSendsItsRequests) {
       {"vd_set_email", OJson{{"email", "a@b.c"}}, "vd_set_email", {}},
       {"vd_send_command", OJson{{"type", "x"}, {"keep", 1}}, "vd_send_command",
        OJson{{"type", "x"}, {"keep", 2}, {"buildVersion", "1.0.0"}}, {"GET /BrowserExt/command?keep=1&type=x"}},
+      // A failed command, or an answer that is not a dictionary, hands the request back.
+      {"vd_send_command", OJson{{"type", "fail"}, {"k", 1}}, "vd_send_command", OJson{{"type", "fail"}, {"k", 1}},
+       {"GET /BrowserExt/command?k=1&type=fail"}},
+      {"vd_send_command", OJson{{"type", "list"}}, "vd_send_command", OJson{{"type", "list"}},
+       {"GET /BrowserExt/command?type=list"}},
       // The cloud refuses the connection.
       {"vd_scan_email", OJson{{"jwt", "t"}, {"json", "{}"}}, "vd_scan_email",
        OJson{{"code", 0}, {"response", OJson::object()}}},
@@ -68,8 +75,10 @@ TEST_F(HostTest, EachMessageGetsItsAnswerOrSilenceAndSendsItsRequests) {
       {"get_relevant_blog", OJson{{"type", "other"}, {"q", "1"}}, "get_relevant_blog", OJson{{"blog", "b"}},
        {"GET /BrowserExt/command?q=1&type=get_relevant_blog"}},
       {"wtpatl", OJson::object(), nullptr, {}, {"GET /BrowserExt/command?type=wtpatl"}},
-      {"block_page", OJson{{"href", "http://x.example/?code=1"}}, nullptr, {}},
-      {"block_page", OJson{{"href", "http://y.example/"}}, "reload_block_page",
+      {"block_page", OJson{{"href", "http://w.example/?code=0"}}, nullptr, {}},
+      {"block_page", OJson{{"href", "http://x.example/?code=1"}}, nullptr, {}},  // the last one is remembered
+      // The marker is case-sensitive: this is the page after the block page.
+      {"block_page", OJson{{"href", "http://y.example/?CODE=9"}}, "reload_block_page",
        OJson{{"href", "http://x.example/?code=1"}}},
       {"block_page", OJson{{"href", "http://y.example/"}}, nullptr, {}, {}, "lastBlockUrl is nil"},
       {"no_such", OJson::object(), nullptr, {}},
@@ -111,25 +120,29 @@ TEST_F(HostTest, RatingItemsTravelAsHeadersWithShortLinksFlaggedAndCannotInjectH
   service_.clear();
   OJson urls = {{{"url", "http://bit.ly/abc"}, {"id", 7}},
                 {{"url", "https://bit.ly/abc"}, {"id", 8}},
-                {{"url", "http://a/\r\nX-Evil: 1"}, {"id", 9}}};
+                {{"url", "http://a/\r\nX-Evil: 1"}, {"id", 9}},
+                {{"url", "https://t.co/x"}, {"id", 7.5}, {"other", "x"}},
+                {{"url", "http://b/"}, {"id", 3.0}}};
   auto got = ask("rateItems", {{"tab", 1}}, OJson{{"type", "AutomaticScan"}, {"urls", urls}});
   ASSERT_TRUE(got);
   urls[0]["level"] = 3;
-  urls[1]["level"] = 1;  // two results for three items: the third keeps no level
+  urls[1]["level"] = 1;  // two results for five items: the others keep no level
   EXPECT_EQ((*got)["userInfo"], (OJson{{"results", urls}}));
   ASSERT_EQ(service_.requestCount(), 1u);
   const RecordedRequest r = service_.requests()[0];
   EXPECT_EQ(r.method, "GET");
-  EXPECT_EQ(r.query.rfind("timestamp=", 0), 0u) << r.query;
+  EXPECT_TRUE(std::regex_match(r.query, std::regex(R"(timestamp=\d+\.\d{6})"))) << r.query;
   const std::pair<const char*, const char*> headers[] = {
-      {"KVExtURLs_Length", "3"}, {"KVEExtURLs_0_url", "http://bit.ly/abc"}, {"KVEExtURLs_0_id", "7"},
+      {"KVExtURLs_Length", "5"}, {"KVEExtURLs_0_url", "http://bit.ly/abc"}, {"KVEExtURLs_0_id", "7"},
       {"KVEExtURLs_0_needResolving", "true"},  // only http bit.ly links are resolved
       {"KVEExtURLs_1_needResolving", "false"},
       // Raw CR LF would have split it into a header line of its own; the test
       // server decodes percent escapes, so one whole value proves it encoded.
-      {"KVEExtURLs_2_url", "http://a/\r\nX-Evil: 1"}};
+      {"KVEExtURLs_2_url", "http://a/\r\nX-Evil: 1"},
+      // Ids as the page wrote them, whole numbers without a fraction; other keys stay behind.
+      {"KVEExtURLs_3_id", "7.5"}, {"KVEExtURLs_3_needResolving", "true"}, {"KVEExtURLs_4_id", "3"}};
   for (const auto& [name, value] : headers) EXPECT_EQ(r.header(name), value) << name;
-  EXPECT_FALSE(r.hasHeader("X-Evil"));
+  EXPECT_FALSE(r.hasHeader("X-Evil") || r.hasHeader("KVEExtURLs_3_other"));
 }
 
 TEST_F(HostTest, OpenNewTabAsksTheBrowserForTheWindowThenOpensTheEscapedAddress) {

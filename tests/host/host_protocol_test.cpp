@@ -7,12 +7,6 @@
 namespace wren::test {
 namespace {
 
-// A frame whose header may announce another length than the payload's.
-std::string framed(const std::string& payload, uint32_t len) {
-  const FrameHeader header = encodeFrameHeader(len);
-  return std::string(header.data(), header.size()) + payload;
-}
-
 TEST_F(HostTest, SaysHelloWhateverItIsStartedWithAndExitsOnEndOfInputOrSigterm) {
   const std::pair<std::vector<std::string>, bool> cases[] = {
       {{}, false},
@@ -45,7 +39,7 @@ TEST_F(HostTest, DropsMalformedFramesWithOneLogLineAndKeepsServing) {
       {R"({"type":"result","id":999,"value":1})", "no such call is waiting"},
   };
   for (const auto& [payload, logged] : cases) {
-    host_->sendRaw(framed(payload, payload.size()));
+    host_->sendRaw(framed(payload));
     EXPECT_TRUE(host_->waitForLog(logged)) << payload;
   }
   EXPECT_TRUE(ask("vd_set_email", "still-here", OJson{{"email", "x@y.z"}}));

@@ -53,11 +53,6 @@ class ServiceFixture : public ::testing::Test {
     std::lock_guard lock(logMutex_);
     return logLines_;
   }
-  size_t linesWith(const std::string& text) {
-    size_t n = 0;
-    for (const auto& l : logs()) n += l.find(text) != std::string::npos;
-    return n;
-  }
 
   std::filesystem::path dir_ = makeTempDir();
   TestServer service;

@@ -73,18 +73,6 @@ class ServiceSimTest : public ::testing::Test {
   std::unique_ptr<httplib::Client> client;
 };
 
-TEST_F(ServiceSimTest, SettingsCarryToolbarInHeaderAndSwitchesInBodyAndUpdatesSwitchThem) {
-  start({"--toolbar", "off", "--manual", "off"});
-  auto settings = [&] {
-    auto r = client->Get("/BrowserExt/setting?type=extension");
-    return r->get_header_value("X-Wren-ToolbarStatus") + " " + r->get_header_value("Content-Type") + " " + r->body;
-  };
-  EXPECT_EQ(settings(), R"(false application/json {"EnableAutomaticScan":true,"EnableManualScanner":false})");
-  EXPECT_EQ(get("/BrowserExt/command?type=updateSetting&name=EnableManualScanner&value=true")["result"], "ok");
-  EXPECT_EQ(get("/BrowserExt/command?type=updateSetting&name=ToolbarStatus&value=true")["result"], "ok");
-  EXPECT_EQ(settings(), R"(true application/json {"EnableAutomaticScan":true,"EnableManualScanner":true})");
-}
-
 TEST_F(ServiceSimTest, RatingFollowsRulesAndResolvesOnlyFlaggedShortLinks) {
   start({"--product-version", "9.1.2"});
   // url, needResolving, then the level and category answered.
