@@ -6,7 +6,6 @@
 
 #include <filesystem>
 
-#include "host/frame_codec.h"
 #include "support/host_process.h"
 #include "support/test_server.h"
 
@@ -30,14 +29,6 @@ inline bool eventually(const std::function<bool()>& done, std::chrono::milliseco
   }
   return true;
 }
-
-// A frame as the browser writes it: a length in native byte order, then the
-// payload; `length` may lie.
-inline std::string framed(const std::string& payload, uint32_t length) {
-  const FrameHeader header = encodeFrameHeader(length);
-  return std::string(header.data(), header.size()) + payload;
-}
-inline std::string framed(const std::string& payload) { return encodeFrame(payload); }
 
 // The browser's answers when its active page has these properties.
 inline OJson showing(const OJson& properties) {

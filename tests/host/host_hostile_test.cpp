@@ -54,7 +54,7 @@ TEST_F(HostileHostTest, FramesNestedTooDeepAreDroppedAndWideOnesHandled) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    host_->sendRaw(framed(row.payload));
+    host_->sendRaw(encodeFrame(row.payload));
     EXPECT_TRUE(!row.logged || host_->waitForLog(row.logged));
     if (row.answeredPage) {
       const std::string page = row.answeredPage;

@@ -78,6 +78,10 @@ TEST_F(PopoverHostTest, RowsFollowTheThreeFlagsWhateverCarriesThem) {
       {false, true, false, {200, {{bar, "0"}, {au, "1"}}, OJson::object()}},
       {false, false, true, {200, {{bar, "false"}}, {{ma, true}}}},
       {false, false, false, {200, {{bar, "true"}}, {{bar, "false"}}}},
+      {true, true, true, {200, {}, {{"x-wren-toolbarstatus", "1"}, {au, "yes"}, {ma, "01"}}}},  // any case of the name
+      {false, false, false, {200, {}, {{"x-wren-toolbarstatus", "1"}, {bar, "0"}}}},  // but the exact one first
+      // Values that are neither text, number nor boolean read as off.
+      {false, false, false, {200, {{bar, "true"}}, {{bar, OJson::array({1})}, {au, OJson::object()}, {ma, nullptr}}}},
       {false, false, false, {500, {{bar, "true"}}, {{au, true}, {ma, true}}}},  // a failed load switches all off
   };
   start();
@@ -236,19 +240,25 @@ TEST_F(PopoverHostTest, HoverAttachesLayersOnlyOnEnabledButtonsAndShowingsClearT
   start();
   enableToolbar();
   showUntil(true, true, true);
+  // Each row's layer is sized from its row (260 by 30) and lights that row only.
   const OJson light = {{"built", true}, {"colors", {rgb(240, 245, 252), rgb(224, 233, 244)}},
                        {"borderColor", rgb(187, 204, 221)}, {"borderWidth", 1.0}, {"cornerRadius", 3.0},
-                       {"attachedTo", nullptr}};
-  for (const char* name : {"layerAutoRating", "layerManualRating", "layerVeldrin", "layerSettings", "layerHelp"})
-    for (const auto& [key, value] : light.items()) EXPECT_EQ(layer(name)[key], value) << name << " " << key;
+                       {"attachedTo", nullptr}, {"bounds", {0.0, 0.0, 260.0, 30.0}}, {"position", {130.0, 15.0}}};
   // Where the row's layer is attached after a mouse event on its button.
   auto mouse = [&](const char* name, const std::string& row) {
     event(name, "btn" + row);
     settle();
     return layer("layer" + row)["attachedTo"];
   };
-  EXPECT_EQ(mouse("mouseEntered", "Settings"), "settingLayer");
-  EXPECT_EQ(mouse("mouseExited", "Settings"), nullptr);
+  const std::pair<const char*, const char*> rows[] = {{"AutoRating", "autoRatingLayer"},
+      {"ManualRating", "manualRatingLayer"}, {"Veldrin", "veldrinLayer"}, {"Settings", "settingLayer"},
+      {"Help", "helpLayer"}};
+  for (const auto& [row, target] : rows) {
+    const OJson built = layer(std::string("layer") + row);
+    for (const auto& [key, value] : light.items()) EXPECT_EQ(built[key], value) << row << " " << key;
+    EXPECT_EQ(mouse("mouseEntered", row), target);
+    EXPECT_EQ(mouse("mouseExited", row), nullptr);
+  }
   // A highlight left over when the popover closed is gone at the next showing.
   EXPECT_EQ(mouse("mouseEntered", "Help"), "helpLayer");
   refresh("popoverWillShow");

@@ -24,22 +24,18 @@ TEST_F(HostTest, SaysHelloWhateverItIsStartedWithAndExitsOnEndOfInputOrSigterm) 
 TEST_F(HostTest, DropsMalformedFramesWithOneLogLineAndKeepsServing) {
   start();
   enableToolbar();
+  // Each reason is pinned by the envelope's own tests; here the real binary drops a frame with a line and
+  // keeps serving, also for bytes that are not UTF-8 and a result for no call.
   const std::pair<std::string, std::string> cases[] = {
       {"not json", "frame is not JSON"},
       {"[1,2]", "frame is not a JSON object"},
-      {"\"text\"", "frame is not a JSON object"},
       {std::string("{\"type\":\"message\",\"name\":\"a\xff\",\"page\":1}"), "frame is not JSON"},
-      {R"({"name":"rateItems"})", "without a text \"type\""},
-      {R"({"type":7})", "without a text \"type\""},
       {R"({"type":"teleport"})", "unknown frame type \"teleport\""},
-      {R"({"type":"message","name":5,"page":1})", "without a text \"name\""},
-      {R"({"type":"message","name":"block_page"})", "without \"page\""},
       {R"({"type":"message","name":"block_page","page":1,"userInfo":[1]})", "not an object"},
-      {R"({"type":"result","id":"x","value":1})", "without an integer \"id\""},
       {R"({"type":"result","id":999,"value":1})", "no such call is waiting"},
   };
   for (const auto& [payload, logged] : cases) {
-    host_->sendRaw(framed(payload));
+    host_->sendRaw(encodeFrame(payload));
     EXPECT_TRUE(host_->waitForLog(logged)) << payload;
   }
   EXPECT_TRUE(ask("vd_set_email", "still-here", OJson{{"email", "x@y.z"}}));
@@ -76,7 +72,8 @@ TEST_F(HostTest, AnswersOverOneMebibyteAreDroppedAndFramesOverSixtyFourEndTheHos
   EXPECT_EQ((*got)["page"], "small");
   EXPECT_TRUE(host_->waitForLog("a browser accepts at most 1048576"));
 
-  host_->sendRaw(framed("{}", 64u * 1024 * 1024 + 1));
+  const FrameHeader tooLong = encodeFrameHeader(64u * 1024 * 1024 + 1);  // a length that lies, then "{}"
+  host_->sendRaw(std::string(tooLong.data(), tooLong.size()) + "{}");
   EXPECT_TRUE(host_->stdoutClosed(5s));
   host_->wait(5s);
   EXPECT_TRUE(host_->waitForLog("over the limit"));

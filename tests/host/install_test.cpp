@@ -1,5 +1,7 @@
-// The install, uninstall and doctor commands on a temporary home, system root
-// and Chromium profile, registering the real wren-bridge binary.
+// The install, uninstall and doctor commands on a temporary home, PATH, system
+// root and Chromium profile, registering the real wren-bridge binary: what
+// they write, which browsers they write for when none is named, and that
+// uninstall leaves the folders as they were before install.
 #include "host/install.h"
 
 #include <gtest/gtest.h>
@@ -8,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <sstream>
 #include <tuple>
 
@@ -17,11 +20,6 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string readText(const fs::path& file) { std::ifstream in(file); return {std::istreambuf_iterator<char>(in), {}}; }
-
-void writeText(const fs::path& file, const std::string& text) {
-  fs::create_directories(file.parent_path());
-  std::ofstream(file) << text;
-}
 
 const std::string kDevOrigin = "chrome-extension://" + std::string(kDevelopmentExtensionId) + "/",
                   kFirefoxId(kFirefoxExtensionId);
@@ -33,7 +31,8 @@ class InstallTest : public ::testing::Test {
     ASSERT_NE(::mkdtemp(tmpl), nullptr);
     root_ = tmpl;
     env_ = {.home = root_ / "home", .configHome = root_ / "home/.config", .executable = fs::canonical(WREN_BRIDGE_EXE),
-            .systemRoot = root_ / "sysroot", .path = "", .out = &out_, .err = &err_};
+            .systemRoot = root_ / "sys", .path = (root_ / "bin").string() + ":relative/bin:", .out = &out_,
+            .err = &err_};
     fs::create_directories(env_.home);
   }
   void TearDown() override { fs::remove_all(root_); }
@@ -52,6 +51,20 @@ class InstallTest : public ::testing::Test {
     return {report.ok, all};
   }
   bool said(const std::string& text) { return out_.str().find(text) != std::string::npos; }
+  // Makes `entry` under the root: a trailing "/" makes a folder, "bin/X" an executable, else a file of `text`.
+  void make(const std::string& entry, const std::string& text = "x") {
+    const fs::path p = root_ / entry;
+    fs::create_directories(entry.ends_with("/") ? p : p.parent_path());
+    if (entry.ends_with("/")) return;
+    std::ofstream(p) << text;
+    if (entry.starts_with("bin/")) fs::permissions(p, fs::perms::owner_all);
+  }
+  // Every path under the root, relative to it.
+  std::set<std::string> tree() const {
+    std::set<std::string> paths;
+    for (const auto& e : fs::recursive_directory_iterator(root_)) paths.insert(fs::relative(e.path(), root_).string());
+    return paths;
+  }
 
   fs::path root_;
   InstallEnvironment env_;
@@ -80,7 +93,7 @@ TEST_F(InstallTest, WritesTheManifestOfEveryBrowserForTheUser) {
 
 TEST_F(InstallTest, InstallingAgainChangesNothingAndReplacesAManifestThatPointsElsewhere) {
   const fs::path file = userManifest("chromium/NativeMessagingHosts");
-  writeText(file, R"({"name":"com.wren.bridge","path":"/old/wren-bridge"})");
+  make(fs::relative(file, root_).string(), R"({"name":"com.wren.bridge","path":"/old/wren-bridge"})");
   ASSERT_EQ(install({"--browser=chromium"}), 0);
   EXPECT_EQ(manifestAt(file)["path"], env_.executable.string());
   const std::string first = readText(file);
@@ -140,7 +153,7 @@ TEST_F(InstallTest, SystemInstallUsesTheSystemLocationsAndNamesTheBrowsersWithou
 }
 
 TEST_F(InstallTest, ALocationThatCannotBeWrittenFailsTheCommandButNotTheOtherBrowsers) {
-  writeText(env_.configHome / "chromium", "a file where a folder belongs");
+  make("home/.config/chromium", "a file where a folder belongs");
   EXPECT_EQ(install({"--browser", "chromium", "--browser", "firefox"}), 1);
   EXPECT_NE(err_.str().find("Chromium: cannot write"), std::string::npos) << err_.str();
   EXPECT_TRUE(fs::exists(userManifest(".mozilla/native-messaging-hosts")));
@@ -176,7 +189,7 @@ TEST_F(InstallTest, DoctorRunsARoundTripWithTheRegisteredHost) {
 TEST_F(InstallTest, DoctorNamesWhatIsWrongWithAManifest) {
   const fs::path profile = root_ / "profile";
   const fs::path plainFile = root_ / "not-executable";
-  writeText(plainFile, "");
+  make("not-executable");
   auto manifest = [](const std::string& name, const std::string& path, const std::string& origins) {
     return R"({"name":")" + name + R"(","type":"stdio","path":")" + path + "\"" + origins + "}";
   };
@@ -194,7 +207,7 @@ TEST_F(InstallTest, DoctorNamesWhatIsWrongWithAManifest) {
   };
   for (const auto& [text, problem] : cases) {
     SCOPED_TRACE(text);
-    writeText(profile / "NativeMessagingHosts/com.wren.bridge.json", text);
+    make("profile/NativeMessagingHosts/com.wren.bridge.json", text);
     auto [ok, lines] = doctor({"--user-data-dir", profile.string()});
     EXPECT_FALSE(ok);
     EXPECT_NE(lines.find(problem), std::string::npos) << lines;
@@ -208,6 +221,98 @@ TEST(PackagedManifestTest, TheManifestsThePackageInstallsAreTheOnesInstallWrites
     const std::string text = readText(fs::path(WREN_PACKAGED_MANIFESTS) / dir / "com.wren.bridge.json");
     EXPECT_EQ(text, hostManifest(family, WREN_PACKAGED_HOST_PATH, {id}).dump(2) + "\n");
   }
+}
+
+struct FolderCase {
+  const char* name;
+  std::vector<std::string> before;     // made under the test root (InstallTest::make)
+  std::vector<std::string> args;       // of install and uninstall (--extension-id aside)
+  int installStatus;
+  std::vector<std::string> manifests;  // the manifest folders install must write, and no others
+  std::vector<std::string> meanwhile;  // files a browser adds between install and uninstall
+  std::vector<std::string> left;       // what the first uninstall leaves besides `before` and `meanwhile`
+};
+
+const char* const kUserChromium = "home/.config/chromium/NativeMessagingHosts";
+const char* const kUserChrome = "home/.config/google-chrome/NativeMessagingHosts";
+const char* const kUserFirefox = "home/.mozilla/native-messaging-hosts";
+
+const FolderCase kCases[] = {
+    {"NoBrowserHereWritesNothing", {}, {}, 1, {}, {}, {}},
+    {"ABrowserOnPathIsWrittenFreshFoldersGoAgain", {"bin/chromium"}, {}, 0, {kUserChromium}, {}, {}},
+    {"FirefoxEsrOnPathCountsAsFirefox", {"bin/firefox-esr"}, {}, 0, {kUserFirefox}, {}, {}},
+    {"AnExistingConfigFolderCountsAndStays",
+     {"home/.config/google-chrome/Local State", "home/.mozilla/"}, {}, 0, {kUserChrome, kUserFirefox}, {}, {}},
+    {"ANamedBrowserIsWrittenEvenWhenAbsent", {}, {"--browser", "edge"}, 0,
+     {"home/.config/microsoft-edge/NativeMessagingHosts"}, {}, {}},
+    {"AFolderThatFilledUpMeanwhileStays", {}, {"--browser", "chrome"}, 0, {kUserChrome},
+     {"home/.config/google-chrome/Default/Preferences"},
+     {"home/.config/wren-bridge", "home/.config/wren-bridge/created-folders.json"}},  // the record, still needed
+    {"TheDefaultsStoreKeepsItsFolder", {"home/.config/wren-bridge/defaults.json", "bin/google-chrome-stable"}, {},
+     0, {kUserChrome}, {}, {}},
+    {"SystemWideOnlyWhereTheBrowserIs", {"sys/etc/chromium/", "sys/var/lib/"}, {"--system"}, 0,
+     {"sys/etc/chromium/native-messaging-hosts"}, {}, {}},
+    {"SystemWideNamedMakesItsFolders", {"sys/etc/", "sys/var/lib/"}, {"--system", "--browser", "chrome"}, 0,
+     {"sys/etc/opt/chrome/native-messaging-hosts"}, {}, {}},
+};
+
+void PrintTo(const FolderCase& c, std::ostream* os) { *os << c.name; }
+
+class InstallFoldersTest : public InstallTest, public ::testing::WithParamInterface<FolderCase> {};
+
+TEST_P(InstallFoldersTest, InstallWritesWhereTheBrowserIsAndUninstallRestoresTheFolders) {
+  const FolderCase& c = GetParam();
+  for (const auto& entry : c.before) make(entry);
+  const std::set<std::string> before = tree();
+
+  EXPECT_EQ(install(c.args), c.installStatus) << out_.str() << err_.str();
+  std::set<std::string> written;
+  for (const auto& path : tree())
+    if (path.ends_with("/com.wren.bridge.json")) written.insert(fs::path(path).parent_path());
+  EXPECT_EQ(written, std::set<std::string>(c.manifests.begin(), c.manifests.end())) << out_.str();
+  if (c.manifests.empty()) {
+    EXPECT_EQ(tree(), before) << "nothing created when nothing is written";
+  }
+
+  for (const auto& entry : c.meanwhile) make(entry);
+  std::set<std::string> expected = before;
+  for (const auto& entry : c.meanwhile)
+    for (fs::path p = entry; !p.empty(); p = p.parent_path()) expected.insert(p.string());
+  expected.insert(c.left.begin(), c.left.end());
+  ASSERT_EQ(uninstall(c.args), 0) << err_.str();
+  EXPECT_EQ(tree(), expected) << out_.str();
+
+  if (!c.meanwhile.empty()) {
+    // Once the browser's files are gone, the next uninstall takes the folder it had kept.
+    fs::remove_all(root_ / fs::path(c.meanwhile.front()).parent_path());
+    ASSERT_EQ(uninstall(c.args), 0) << err_.str();
+    EXPECT_EQ(tree(), before) << out_.str();
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, InstallFoldersTest, ::testing::ValuesIn(kCases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(InstallTest, SkippedBrowsersAreNamedWithTheWayToWriteThemAnyway) {
+  make("bin/vivaldi");
+  ASSERT_EQ(install({}), 0) << err_.str();
+  const std::string out = out_.str();
+  EXPECT_NE(out.find("Vivaldi: wrote"), std::string::npos) << out;
+  EXPECT_NE(out.find("Brave: not found (no brave-browser or brave on PATH, no " +
+                     (env_.configHome / "BraveSoftware/Brave-Browser").string() +
+                     "); skipped, --browser brave registers it anyway"),
+            std::string::npos)
+      << out;
+  out_.str("");
+  EXPECT_EQ(install({"--system"}), 1);
+  EXPECT_NE(err_.str().find("no supported browser found; name one with --browser NAME"), std::string::npos);
+}
+
+TEST_F(InstallTest, AProfileKeepsItsFolderButNotAnEmptyManifestFolder) {
+  make("profile/Default/Preferences");
+  ASSERT_EQ(install({"--user-data-dir", (root_ / "profile").string()}), 0) << err_.str();
+  ASSERT_EQ(uninstall({"--user-data-dir", (root_ / "profile").string()}), 0) << err_.str();
+  EXPECT_EQ(tree(), (std::set<std::string>{"home", "profile", "profile/Default", "profile/Default/Preferences"}));
 }
 
 }  // namespace

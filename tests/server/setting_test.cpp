@@ -1,5 +1,5 @@
-// The settings record: the stored mail address and the truthy readings of
-// the service's answers.
+// The settings record: the stored mail address and the mail-scan switches as
+// the service's answers set them. The feature flags are pinned through the host.
 #include <fstream>
 #include <sstream>
 
@@ -31,27 +31,6 @@ TEST_F(SettingTest, AddressIsStoredWhenItChangesExceptToEmpty) {
   EXPECT_EQ(store.stringForKey("curEmail"), S("a@mail.test"));
   item.setCurEmail(std::nullopt);  // absent removes the stored entry
   EXPECT_FALSE(store.stringForKey("curEmail"));
-}
-
-// What the end-to-end tests do not reach: lower-case header names, and values
-// that are neither text, number nor boolean.
-TEST(ApplySettingsTest, ReadsEachFlagByItsTruthyValue) {
-  struct Case {
-    const char* settings;
-    bool toolbar, autoScan, manualScan;
-  };
-  const Case cases[] = {
-      {R"({"x-wren-toolbarstatus":"1","EnableAutomaticScan":"yes","EnableManualScanner":"01"})", true, true, true},
-      {R"({"x-wren-toolbarstatus":"1","X-Wren-ToolbarStatus":"0"})", false, false, false},  // exact spelling wins
-      {R"({"X-Wren-ToolbarStatus":[1],"EnableAutomaticScan":{},"EnableManualScanner":null})", false, false, false}};
-  for (const Case& c : cases) {
-    Setting setting(nullptr, "");
-    setting.setBAutoScanEnabled(true);  // an absent or unreadable key must switch a flag off
-    applySettings(setting, Json::parse(c.settings));
-    EXPECT_EQ(setting.bToolbarEnabled(), c.toolbar) << c.settings;
-    EXPECT_EQ(setting.bAutoScanEnabled(), c.autoScan) << c.settings;
-    EXPECT_EQ(setting.bManualScanEnabled(), c.manualScan) << c.settings;
-  }
 }
 
 TEST(FillVeldrinConfigItemTest, AbsentSwitchesGoOffAndOnlyATextApiIsTaken) {

@@ -1,8 +1,6 @@
 #include "util/logging.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <string>
 #include <thread>
@@ -48,33 +46,6 @@ TEST(LoggingTest, WarningsFromManyThreadsAllArrive) {
   for (auto& t : threads) t.join();
   Logging::flush();
   EXPECT_EQ(c.lines.size(), 800u);
-}
-
-// Stdout carries the browser protocol: not one log byte may reach it.
-TEST(LoggingTest, DefaultSinkWritesStderrOnlyNeverStdout) {
-  setLogSink(nullptr);
-  Logging::flush();
-  int saved[2], pipes[2][2];
-  for (int i = 0; i < 2; ++i) {
-    ASSERT_EQ(::pipe2(pipes[i], O_NONBLOCK), 0);
-    saved[i] = ::dup(i + 1);
-    ::dup2(pipes[i][1], i + 1);
-    ::close(pipes[i][1]);
-  }
-  Logging::logWarningWithTag("T", "warn\nx");
-  Logging::logErrorWithTag(std::nullopt, "err");
-  systemLog("sys");
-  Logging::flush();
-  std::string got[2];
-  for (int i = 0; i < 2; ++i) {
-    ::dup2(saved[i], i + 1);
-    ::close(saved[i]);
-    char buf[4096];
-    for (ssize_t n; (n = ::read(pipes[i][0], buf, sizeof buf)) > 0;) got[i].append(buf, size_t(n));
-    ::close(pipes[i][0]);
-  }
-  EXPECT_EQ(got[0], "");  // stdout
-  EXPECT_EQ(got[1], "[T], warn\\nx\nerr\nsys\n");
 }
 
 }  // namespace
