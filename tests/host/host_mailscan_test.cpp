@@ -17,7 +17,6 @@ class MailScanHostTest : public CloudHostTest {
     for (const auto& line : host_->logLines())
       for (const auto& secret : secrets) EXPECT_EQ(line.find(secret), std::string::npos) << "logged: " << line;
   }
-
 };
 
 TEST_F(MailScanHostTest, TheCloudGetsWhatThePageGaveAndNothingElse) {
@@ -57,6 +56,48 @@ TEST_F(MailScanHostTest, TheCloudGetsWhatThePageGaveAndNothingElse) {
     EXPECT_EQ(r.body, c.body) << "the page's JSON text is the body, unchanged";
   }
   expectNoSecretInLog({"tok.SECRET-1", "mail-body-SECRET"});
+}
+
+// What the page receives for each answer of the cloud, in its message's
+// shape: a scan always gets a dictionary (a failure's status and body in it),
+// feedback the cloud's own value or nothing. Only a good scan is logged at the
+// service, and neither the token nor the mail ever in the host's log.
+TEST_F(MailScanHostTest, EachAnswerOfTheCloudReachesThePageInItsMessagesShape) {
+  startWithCloud();
+  const std::string deep = std::string(100'000, '[') + std::string(100'000, ']');  // far past the host's bound
+  struct Row { const char* message; int status; std::string body; OJson answer; };  // answer: null for none
+  const Row rows[] = {
+      {"vd_scan_email", 200, R"({"note":"a b#c","code":0})", {{"note", "a b#c"}, {"code", 0}}},
+      {"vd_feedback", 200, R"({"ok":true})", {{"ok", true}}},
+      {"vd_scan_email", 200, "[1,2]", OJson::object()},
+      {"vd_feedback", 200, "[1,2]", OJson::array({1, 2})},
+      {"vd_scan_email", 200, "", OJson::object()},
+      {"vd_feedback", 200, "", nullptr},
+      {"vd_scan_email", 401, R"({"error":"expired"})", {{"code", 401}, {"response", {{"error", "expired"}}}}},
+      {"vd_feedback", 401, R"({"error":"expired"})", {{"error", "expired"}}},
+      {"vd_scan_email", 500, "", {{"code", 500}, {"response", OJson::object()}}},
+      {"vd_feedback", 500, "", nullptr},
+      {"vd_scan_email", 200, deep, {{"code", 200}, {"response", OJson::object()}}},
+      {"vd_scan_email", 307, "{}", {{"code", 307}, {"response", OJson::object()}}},  // would re-post the mail
+      {"vd_scan_email", 200, "7", OJson::object()},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.message) + " " + std::to_string(row.status) + " " + row.body.substr(0, 20));
+    cloud_->setHandler([&row, location = cloud_->origin() + "/elsewhere"](const httplib::Request&,
+                                                                          httplib::Response& res) {
+      res.status = row.status;
+      if (row.status == 307) res.set_header("Location", location);
+      res.set_content(row.body, "application/json");
+    });
+    cloud_->clear();
+    auto got = ask(row.message, "scan", OJson{{"jwt", "SECRET-TOKEN"}, {"json", R"({"m":"PRIVATE-MAIL"})"}}, 15s);
+    ASSERT_TRUE(got);
+    EXPECT_EQ(got->value("userInfo", OJson()), row.answer);
+    EXPECT_EQ(cloud_->requestCount(), 1u) << "a redirect was followed";
+  }
+  ASSERT_TRUE(eventually([&] { return logInfos().size() >= 2; }));
+  EXPECT_EQ(logInfos().size(), 2u) << "only the good scan is logged";
+  expectNoSecretInLog({"SECRET-TOKEN", "PRIVATE-MAIL"});
 }
 
 TEST_F(MailScanHostTest, ThePageIsAnsweredWithoutWaitingForTheTwoLogLines) {
