@@ -50,10 +50,9 @@ after(async () => {
   session = null;
 });
 
-const levelOf = (page, selector) =>
-  page.evaluate((s) => document.querySelector(s)?.getAttribute('data-wren-level') ?? null, selector);
 const attributeOf = (page, selector, name) =>
   page.evaluate((s, n) => document.querySelector(s)?.getAttribute(n) ?? null, selector, name);
+const levelOf = (page, selector) => attributeOf(page, selector, 'data-wren-level');
 const waitAttached = (page, selector) => page.waitForSelector(selector, { timeout: STEP_TIMEOUT_MS });
 
 // The popup's rows as the user sees them.

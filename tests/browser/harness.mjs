@@ -188,12 +188,11 @@ function launch(name, { profile, env, launchOptions }, options) {
 // popup opens.
 const drivers = {
   chromium: {
-    install(root, env) {
-      const profile = path.join(root, 'profile');
-      const text = execFileSync(BRIDGE, ['install', '--user-data-dir', profile], { encoding: 'utf8', env });
-      return { command: 'wren-bridge install --user-data-dir PROFILE', text, profile,
-        manifest: path.join(profile, 'NativeMessagingHosts', 'com.wren.bridge.json') };
-    },
+    install: (profile, env) => ({
+      installCommand: 'wren-bridge install --user-data-dir PROFILE',
+      install: execFileSync(BRIDGE, ['install', '--user-data-dir', profile], { encoding: 'utf8', env }),
+      manifest: path.join(profile, 'NativeMessagingHosts', 'com.wren.bridge.json'),
+    }),
     async launch(session) {
       const { colorScheme, extensionDir = EXTENSION_DIR } = session;
       const browser = await launch('chromium', session, {
@@ -231,12 +230,11 @@ const drivers = {
     },
   },
   firefox: {
-    install(root, env) {
-      const text = execFileSync(BRIDGE, ['install', '--browser', 'firefox'], { encoding: 'utf8', env });
-      return { command: 'HOME=HOME wren-bridge install --browser firefox', text,
-        manifest: path.join(env.HOME, '.mozilla', 'native-messaging-hosts', 'com.wren.bridge.json'),
-        profile: path.join(root, 'profile') };
-    },
+    install: (profile, env) => ({
+      installCommand: 'HOME=HOME wren-bridge install --browser firefox',
+      install: execFileSync(BRIDGE, ['install', '--browser', 'firefox'], { encoding: 'utf8', env }),
+      manifest: path.join(env.HOME, '.mozilla', 'native-messaging-hosts', 'com.wren.bridge.json'),
+    }),
     async launch(session) {
       const { root, profile, colorScheme } = session;
       // The Firefox variant: as given (an installed one), or built here.
@@ -312,6 +310,7 @@ export async function startSession({ browser: browserName = 'chromium', simArgs 
   const sim = givenSim ?? (await startSimulator(simArgs));
   const pages = await startPageServers();
   const root = fs.mkdtempSync(path.join(os.tmpdir(), 'wren-browser-test-'));
+  const profile = path.join(root, 'profile');
   const home = path.join(root, 'home');
   fs.mkdirSync(home);
   const runTag = crypto.randomUUID();
@@ -336,13 +335,13 @@ export async function startSession({ browser: browserName = 'chromium', simArgs 
   };
   try {
     install = installed
-      ? { command: 'none (the system-wide manifest)', text: '', manifest: null, profile: path.join(root, 'profile') }
-      : driver.install(root, browserEnv);
+      ? { installCommand: 'none (the system-wide manifest)', install: '', manifest: null }
+      : driver.install(profile, browserEnv);
     if (hostExe) {
       const manifest = JSON.parse(fs.readFileSync(install.manifest, 'utf8'));
       fs.writeFileSync(install.manifest, JSON.stringify({ ...manifest, path: path.resolve(hostExe) }));
     }
-    launched = await driver.launch({ root, profile: install.profile, colorScheme, env: browserEnv, launchOptions,
+    launched = await driver.launch({ root, profile, colorScheme, env: browserEnv, launchOptions,
       extensionDir: installed?.extensionDir });
     await driver.watchConsole(launched, consoleMessages);
   } catch (e) {
@@ -357,13 +356,10 @@ export async function startSession({ browser: browserName = 'chromium', simArgs 
     pages,
     browser,
     runTag,
-    // What `wren-bridge install` printed, how it was called (the temp dir
-    // named by its role), and the manifest it wrote.
-    install: install.text,
-    installCommand: install.command,
-    manifest: install.manifest,
-    // The browser's profile folder.
-    profile: install.profile,
+    // What `wren-bridge install` printed (install), how it was called (the
+    // temp dir named by its role) and the manifest it wrote; the profile folder.
+    ...install,
+    profile,
     // The extension's console messages so far, each { level, text }.
     console: consoleMessages,
     popupUrl: `${extensionOrigin}/popup.html`,

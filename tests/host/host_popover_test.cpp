@@ -202,37 +202,57 @@ TEST_F(PopoverHostTest, TheMailScanClickReachesTheActivePageOnlyWithAnAddress) {
 
 TEST_F(PopoverHostTest, MailScanRowTakesEachOutcomeOfItsRefresh) {
   const OJson gmail = {{"url", kGmailUrl}, {"title", "Inbox (3) - a@b.c - Gmail"}};
-  struct Case { const char* name; OJson properties; ServiceAnswers service; OJson row; };  // row as veldrinRow()
+  const OJson loaded = {true, false, "Color", kRowTitle};  // as veldrinRow(): outcome C with the check mark on
+  // The page, the service, the row as veldrinRow(), the switches' loads (the first showing's too), and whether
+  // the page is asked for its address.
+  struct Case { const char* name; OJson properties; ServiceAnswers service; OJson row; int loads; bool asksPage; };
   const Case cases[] = {
       {"A: not a mail page", {{"url", "https://example.com/"}, {"title", "Example - Site"}}, {},
-       {false, true, "grey", kUnavailableTip}},
+       {false, true, "grey", kUnavailableTip}, 1, false},
       {"A: Gmail's host with something in front", {{"url", "https://xmail.google.com/"}, {"title", "a - b@c.d - x"}},
-       {}, {false, true, "grey", kUnavailableTip}},
-      {"B: no address in the title", {{"url", kGmailUrl}, {"title", "Inbox"}}, {}, {false, true, "grey", kRowTitle}},
+       {}, {false, true, "grey", kUnavailableTip}, 1, false},
+      {"B: no address in the title", {{"url", kGmailUrl}, {"title", "Inbox"}}, {}, {false, true, "grey", kRowTitle},
+       1, false},
+      {"an account of blanks only leaves the row", {{"url", kGmailUrl}, {"title", "Inbox -    - Gmail"}}, {}, loaded,
+       1, false},
+      {"no page properties leave the row", nullptr, {}, loaded, 1, false},
       {"C: scanner switched off for the account", gmail, {.vdsBody = {{"EnableVeldrin", "false"}}},
-       {true, true, "Color", kRowTitle}},
+       {true, true, "Color", kRowTitle}, 2, false},
       {"C: a regional Yahoo Mail host", {{"url", "https://uk.mail.yahoo.com/d/"}, {"title", "Inbox - a@b.c - Yahoo"}},
-       {.vdsBody = {{"EnableVeldrin", false}, {"ShowDCN", 1}}}, {true, true, "Color", kRowTitle}},
+       {.vdsBody = {{"EnableVeldrin", false}, {"ShowDCN", 1}}}, {true, true, "Color", kRowTitle}, 2, false},
+      // Yahoo! JAPAN Mail tells its address only to the page: the page is asked, the one it reported before is used.
+      {"C: Yahoo! JAPAN Mail", {{"url", "https://mail.yahoo.co.jp/u/pc/f/message"}, {"title", "Yahoo!メール"}},
+       {.vdsBody = {{"EnableVeldrin", false}}}, {true, true, "Color", kRowTitle}, 2, true},
       // A failed load leaves the check mark as it was.
-      {"D: the load fails", gmail, {.vdsStatus = 500, .vdsBody = {{"error", 1}}}, {false, false, "grey", kRowTitle}},
+      {"D: the load fails", gmail, {.vdsStatus = 500, .vdsBody = {{"error", 1}}}, {false, false, "grey", kRowTitle},
+       2, false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     answer({});
+    browser_ = OJson::object();  // the last case's page must not reach this host's first refresh
     service_.clear();
     start();
     enableToolbar();
-    // From outcome C with the check mark on.
     browser_ = showing(gmail);
     refresh("popoverWillShow");
-    const OJson loaded = {true, false, "Color", kRowTitle};
     ASSERT_TRUE(pump([&](const OJson&) { return veldrinRow() == loaded; })) << veldrinRow();
-    EXPECT_EQ(service_.requests().back().target, "/BrowserExt/command?type=vds&e=YUBiLmM=");
     answer(c.service);
     browser_ = showing(c.properties);
     refresh("popoverWillShow");
-    EXPECT_TRUE(pump([&](const OJson&) { return veldrinRow() == c.row; }))
-        << "expected " << c.row << ", last " << veldrinRow();
+    bool asked = false, propertiesRead = false;
+    EXPECT_TRUE(pump([&](const OJson& f) {
+      asked |= is(f, "message") && f["name"] == "vd_get_user_email";
+      propertiesRead |= isCall(f, "getPageProperties");
+      return propertiesRead && veldrinRow() == c.row;
+    })) << "expected " << c.row << ", last " << veldrinRow();
+    settle();
+    EXPECT_EQ(veldrinRow(), c.row);
+    EXPECT_EQ(asked, c.asksPage);
+    std::vector<std::string> loads;
+    for (const auto& r : service_.requests())
+      if (r.query.starts_with("type=vds")) loads.push_back(r.target);
+    EXPECT_EQ(loads, std::vector<std::string>(c.loads, "/BrowserExt/command?type=vds&e=YUBiLmM="));
   }
 }
 
