@@ -132,14 +132,6 @@ bool HostProcess::readToEnd(std::chrono::milliseconds timeout, std::string* out)
   return false;
 }
 
-std::string HostProcess::readAllStdout(std::chrono::milliseconds timeout) {
-  std::string out;
-  readToEnd(timeout, &out);
-  return out;
-}
-
-bool HostProcess::stdoutClosed(std::chrono::milliseconds timeout) { return readToEnd(timeout, nullptr); }
-
 void HostProcess::closeStdin() { ::close(std::exchange(in_, -1)); }
 
 int HostProcess::wait(std::chrono::milliseconds timeout) {

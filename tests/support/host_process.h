@@ -33,9 +33,13 @@ class HostProcess {
                                       std::chrono::milliseconds timeout = std::chrono::seconds(5),
                                       std::vector<OJson>* skipped = nullptr);
   // Everything on stdout until it closes (for the non-protocol commands).
-  std::string readAllStdout(std::chrono::milliseconds timeout = std::chrono::seconds(15));
+  std::string readAllStdout(std::chrono::milliseconds timeout = std::chrono::seconds(15)) {
+    std::string out;
+    readToEnd(timeout, &out);
+    return out;
+  }
   // Whether stdout reaches end of stream (the host closed it) within the timeout.
-  bool stdoutClosed(std::chrono::milliseconds timeout);
+  bool stdoutClosed(std::chrono::milliseconds timeout) { return readToEnd(timeout, nullptr); }
   void closeStdin();
   // Waits for exit; returns the exit status (or -1 on timeout, after SIGKILL).
   int wait(std::chrono::milliseconds timeout = std::chrono::seconds(10));
