@@ -4,6 +4,8 @@
 
 #include <chrono>
 #include <fstream>
+#include <iterator>
+#include <sstream>
 
 namespace wren::bench {
 namespace {
@@ -67,6 +69,23 @@ long statusKiB(pid_t pid, const char* field) {
   while (std::getline(status, line))
     if (line.rfind(name, 0) == 0) return std::stol(line.substr(name.size()));
   return -1;
+}
+
+double cpuSeconds(pid_t pid) {
+  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+  std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+  // The command name, in parentheses, may hold blanks: count fields after it.
+  auto close = text.rfind(')');
+  if (close == std::string::npos) return -1;
+  std::istringstream fields(text.substr(close + 2));
+  std::string field;
+  unsigned long long utime = 0, stime = 0;
+  // After the name: state is field 3, utime field 14, stime field 15.
+  for (int n = 3; n <= 15 && fields >> field; ++n) {
+    if (n == 14) utime = std::stoull(field);
+    if (n == 15) stime = std::stoull(field);
+  }
+  return static_cast<double>(utime + stime) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
 }  // namespace wren::bench

@@ -25,4 +25,8 @@ bool enableToolbar(wren::test::HostProcess& host, const wren::test::OJson& page)
 // A "Name:" field of /proc/PID/status in KiB ("VmRSS:", "VmHWM:"), or -1.
 long statusKiB(pid_t pid, const char* field);
 
+// The CPU time (user and system, all threads) the process has used, in
+// seconds, from /proc/PID/stat; -1 when it cannot be read.
+double cpuSeconds(pid_t pid);
+
 }  // namespace wren::bench

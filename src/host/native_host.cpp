@@ -195,11 +195,9 @@ int runNativeMessagingHost() {
   NativeHost host(services, outFd, [&loop] { loop.quit(); });
 
   StdinReader reader(
-      loop, STDIN_FILENO, [&host](ParsedEnvelope parsed) { host.handleEnvelope(parsed); }, [&loop] { loop.quit(); });
-  if (!reader.start()) {
-    systemLog("[wren-bridge] cannot create a pipe");
-    return 1;
-  }
+      loop, STDIN_FILENO, [&host](ParsedEnvelope&& parsed) { host.handleEnvelope(parsed); },
+      [&loop] { loop.quit(); });
+  reader.start();
   std::atomic<bool> stopping{false};
   std::thread signals([&loop, &stopping, stopSignals] {
     int sig = 0;
@@ -210,8 +208,8 @@ int runNativeMessagingHost() {
   });
 
   loop.run();
-  // Stop both helper threads and wait for them, so nothing posts to the loop
-  // while it is torn down; the loop runs no more, so what they posted is
+  // Stop the signal thread and wait for it, so nothing posts to the loop
+  // while it is torn down; the loop runs no more, so what it posted is
   // dropped with it.
   stopping = true;
   reader.stop();

@@ -1,10 +1,14 @@
 #include "host/stdin_reader.h"
 
+#include <errno.h>
 #include <unistd.h>
 
-#include <memory>
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
 
-#include "host/framing.h"
+#include "host/frame_codec.h"
+#include "util/fd_io.h"
 #include "util/logging.h"
 
 namespace wren {
@@ -12,75 +16,81 @@ namespace wren {
 StdinReader::StdinReader(RunLoop& loop, int fd, Handler handle, std::function<void()> atEnd)
     : loop_(loop), fd_(fd), handle_(std::move(handle)), atEnd_(std::move(atEnd)) {}
 
-StdinReader::~StdinReader() {
-  stop();
-  for (int fd : cancel_)
-    if (fd >= 0) ::close(fd);
-}
+StdinReader::~StdinReader() { stop(); }
 
-bool StdinReader::start() {
-  if (::pipe(cancel_) != 0) return false;
-  thread_ = std::thread([this] { run(); });
-  return true;
+void StdinReader::start() {
+  makeNonBlocking(fd_);
+  watching_ = true;
+  loop_.watchReadable(fd_, [this] { onReadable(); });
 }
 
 void StdinReader::stop() {
-  {
-    std::lock_guard lock(mutex_);
-    stopping_ = true;
-  }
-  room_.notify_all();
-  if (cancel_[1] >= 0) (void)!::write(cancel_[1], "x", 1);
-  if (thread_.joinable()) thread_.join();
+  if (!watching_) return;
+  watching_ = false;
+  loop_.unwatchReadable(fd_);
 }
 
-bool StdinReader::reserve(size_t bytes) {
-  std::unique_lock lock(mutex_);
-  // A frame larger than the whole budget still goes through, alone.
-  room_.wait(lock, [&] {
-    return stopping_ || frames_ == 0 || (frames_ < kMaxWaitingFrames && bytes_ + bytes <= kMaxWaitingBytes);
-  });
-  if (stopping_) return false;
-  ++frames_;
-  bytes_ += bytes;
+void StdinReader::makeRoom(size_t bytes) {
+  size_t unread = end_ - begin_;
+  if (begin_ > 0 && unread > 0) std::memmove(buffer_.get(), buffer_.get() + begin_, unread);
+  begin_ = 0;
+  end_ = unread;
+  if (capacity_ - end_ >= bytes) return;
+  size_t capacity = std::max(end_ + bytes, 2 * capacity_);
+  auto grown = std::make_unique_for_overwrite<char[]>(capacity);
+  if (end_ > 0) std::memcpy(grown.get(), buffer_.get(), end_);
+  buffer_ = std::move(grown);
+  capacity_ = capacity;
+}
+
+void StdinReader::onReadable() {
+  // Ask for a whole pipe's worth, or for the rest of a frame that is larger.
+  size_t want = kReadChunk;
+  if (end_ - begin_ >= kFrameHeaderBytes) {
+    const uint32_t length = decodeFrameHeader(buffer_.get() + begin_);
+    if (length <= kMaxIncomingFrameBytes) want = std::max<size_t>(want, kFrameHeaderBytes + length - (end_ - begin_));
+  }
+  if (capacity_ - end_ < want) makeRoom(want);
+  ssize_t n = ::read(fd_, buffer_.get() + end_, want);
+  if (n < 0) {
+    if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) return;
+    systemLog(std::string("[wren-bridge] read error on stdin: ") + std::strerror(errno) + "; exiting");
+    return end();
+  }
+  if (n == 0) {
+    if (end_ > begin_) systemLog("[wren-bridge] truncated frame on stdin; exiting");
+    return end();
+  }
+  end_ += static_cast<size_t>(n);
+  if (!handleFrames()) return end();
+  if (begin_ == end_) {
+    begin_ = end_ = 0;
+    if (capacity_ > kKeptBufferBytes) {
+      buffer_.reset();
+      capacity_ = 0;
+    }
+  }
+}
+
+bool StdinReader::handleFrames() {
+  while (watching_ && end_ - begin_ >= kFrameHeaderBytes) {
+    const uint32_t length = decodeFrameHeader(buffer_.get() + begin_);
+    if (length > kMaxIncomingFrameBytes) {
+      systemLog("[wren-bridge] frame of " + std::to_string(length) + " bytes announced, over the limit of " +
+                std::to_string(kMaxIncomingFrameBytes) + "; the stream cannot be resynchronised, exiting");
+      return false;
+    }
+    if (end_ - begin_ - kFrameHeaderBytes < length) break;
+    std::string_view payload(buffer_.get() + begin_ + kFrameHeaderBytes, length);
+    begin_ += kFrameHeaderBytes + length;
+    handle_(parseEnvelope(payload));
+  }
   return true;
 }
 
-void StdinReader::release(size_t bytes) {
-  {
-    std::lock_guard lock(mutex_);
-    --frames_;
-    bytes_ -= bytes;
-  }
-  room_.notify_all();
-}
-
-void StdinReader::run() {
-  FrameReader frames(fd_, cancel_[0]);
-  for (;;) {
-    ReadResult r = frames.next();
-    if (r.status == ReadStatus::kFrame) {
-      size_t bytes = r.payload.size();
-      if (!reserve(bytes)) return;
-      auto parsed = std::make_shared<ParsedEnvelope>(parseEnvelope(r.payload));
-      r.payload = std::string();  // only the parsed frame waits
-      loop_.post([this, parsed, bytes] {
-        handle_(std::move(*parsed));
-        release(bytes);
-      });
-      continue;
-    }
-    if (r.status == ReadStatus::kTooLong)
-      systemLog("[wren-bridge] frame of " + std::to_string(r.announced) + " bytes announced, over the limit of " +
-                std::to_string(kMaxIncomingFrameBytes) + "; the stream cannot be resynchronised, exiting");
-    else if (r.status != ReadStatus::kEndOfStream)
-      systemLog(std::string("[wren-bridge] ") + std::string(readStatusName(r.status)) + " on stdin; exiting");
-    // Queued behind the frames already read, so those are still handled.
-    loop_.post([this] {
-      if (atEnd_) atEnd_();
-    });
-    return;
-  }
+void StdinReader::end() {
+  stop();
+  if (atEnd_) atEnd_();
 }
 
 }  // namespace wren

@@ -1,21 +1,18 @@
 #pragma once
-// The thread that reads the browser's frames from stdin and parses their
-// envelopes, so that neither the wait for bytes nor the parse of a large
-// frame takes the loop's time. Each parsed frame is posted to the loop.
+// The browser's frames, read from stdin on the run loop itself: the loop
+// watches the descriptor beside libcurl's sockets, each turn that finds bytes
+// reads what the pipe holds, and every frame complete in the buffer is parsed
+// and handled at once. Frames may arrive in pieces or many in one read.
 //
-// A browser can write faster than the loop handles frames; the reader then
-// waits (and the browser's writes with it) while kMaxWaitingFrames frames or
-// kMaxWaitingBytes bytes of them are posted and not yet handled, so a flood
-// is held in the browser's pipe, not in this process's memory.
+// A browser that writes faster than the host answers is held in its own pipe:
+// one read a turn, so the loop also drives the transfers those frames start,
+// and the transfers' own bounds (net/run_loop.h) keep memory in check.
 //
-// Owns its thread and the budget; start() and stop() are called on the loop
-// thread, the handler runs there too.
-#include <condition_variable>
+// Runs on the loop; owns the read buffer, not the descriptor (which it makes
+// non-blocking).
 #include <cstddef>
 #include <functional>
-#include <mutex>
-#include <string>
-#include <thread>
+#include <memory>
 
 #include "host/envelope.h"
 #include "net/run_loop.h"
@@ -24,40 +21,39 @@ namespace wren {
 
 class StdinReader {
  public:
-  // Frames posted and not yet handled. A page's requests come one or a few
-  // at a time; this is many pages' worth.
-  static constexpr size_t kMaxWaitingFrames = 256;
-  // Their bytes: a few of the largest frames a browser sends.
-  static constexpr size_t kMaxWaitingBytes = 128 * 1024 * 1024;
+  // Bytes asked of the pipe at once: what a Linux pipe holds.
+  static constexpr size_t kReadChunk = 64 * 1024;
+  // A buffer grown past this for one large frame is given back once empty.
+  static constexpr size_t kKeptBufferBytes = 1024 * 1024;
 
-  // handle(parsed) runs on the loop for each frame; atEnd runs
-  // there once, after the last frame, when stdin ends or breaks.
-  using Handler = std::function<void(ParsedEnvelope parsed)>;
+  // handle(parsed) runs for each frame; atEnd runs once, after the last
+  // frame, when stdin ends, breaks or announces a frame over the limit.
+  using Handler = std::function<void(ParsedEnvelope&& parsed)>;
   StdinReader(RunLoop& loop, int fd, Handler handle, std::function<void()> atEnd);
-  ~StdinReader();  // stops and joins
+  ~StdinReader();
+  StdinReader(const StdinReader&) = delete;
+  StdinReader& operator=(const StdinReader&) = delete;
 
-  // False when the thread could not be set up.
-  bool start();
+  void start();
   void stop();
 
  private:
-  void run();
-  // Waits for room for a frame of `bytes`; false when stopping.
-  bool reserve(size_t bytes);
-  void release(size_t bytes);
+  void onReadable();
+  // Handles every complete frame in the buffer; false at a frame over the limit.
+  bool handleFrames();
+  void end();
+  // Room for `bytes` more after the unread ones, moving those to the front.
+  void makeRoom(size_t bytes);
 
   RunLoop& loop_;
   int fd_;
   Handler handle_;
   std::function<void()> atEnd_;
-  int cancel_[2] = {-1, -1};
-  std::thread thread_;
-
-  std::mutex mutex_;  // guards the four below
-  std::condition_variable room_;
-  size_t frames_ = 0;
-  size_t bytes_ = 0;
-  bool stopping_ = false;
+  bool watching_ = false;
+  std::unique_ptr<char[]> buffer_;
+  size_t capacity_ = 0;
+  size_t begin_ = 0;  // the first unhandled byte
+  size_t end_ = 0;    // one past the last byte read
 };
 
 }  // namespace wren

@@ -106,18 +106,36 @@ void CurlTransfers::wakeup() {
   if (multi_) multiOk(curl_multi_wakeup(multi_), "curl_multi_wakeup");
 }
 
-void CurlTransfers::waitAndPerform(const std::vector<int>& writableFds, int waitMs) {
+void CurlTransfers::wait(std::vector<int>& readable, const std::vector<int>& writable, int waitMs) {
   if (!multi_) {
     std::this_thread::sleep_for(std::chrono::milliseconds(std::min(waitMs, 10)));
     return;
   }
   // curl_multi_poll also honours libcurl's own timeouts.
-  std::vector<curl_waitfd> watched;
-  watched.reserve(writableFds.size());
-  for (int fd : writableFds) watched.push_back(curl_waitfd{fd, CURL_WAIT_POLLOUT, 0});
-  if (!multiOk(curl_multi_poll(multi_, watched.data(), static_cast<unsigned>(watched.size()), waitMs, nullptr),
-               "curl_multi_poll"))
+  polled_.clear();
+  for (int fd : readable) polled_.push_back(curl_waitfd{fd, CURL_WAIT_POLLIN, 0});
+  for (int fd : writable) polled_.push_back(curl_waitfd{fd, CURL_WAIT_POLLOUT, 0});
+  int events = 0;
+  if (!multiOk(curl_multi_poll(multi_, polled_.data(), static_cast<unsigned>(polled_.size()), waitMs, &events),
+               "curl_multi_poll")) {
     std::this_thread::sleep_for(std::chrono::milliseconds(waitMs));  // don't spin on a broken handle
+    return;
+  }
+  if (events == 0) {
+    readable.clear();
+    return;
+  }
+  bool named = false;
+  for (size_t i = 0; i < readable.size(); ++i) named = named || polled_[i].revents != 0;
+  if (!named) return;  // a hang-up, perhaps: each gets its read
+  size_t kept = 0;
+  for (size_t i = 0; i < readable.size(); ++i)
+    if (polled_[i].revents & CURL_WAIT_POLLIN) readable[kept++] = readable[i];
+  readable.resize(kept);
+}
+
+void CurlTransfers::perform() {
+  if (!multi_) return;
   int running = 0;
   multiOk(curl_multi_perform(multi_, &running), "curl_multi_perform");
   finishTransfers();

@@ -55,11 +55,17 @@ class CurlTransfers {
   // CURLE_FAILED_INIT) in a later turn.
   void add(CURL* easy, Completion done);
 
-  // Sleeps up to waitMs, or until the network, a wakeup() or one of
-  // writableFds (writable or broken) calls; then moves the transfers on,
-  // runs the completions of finished ones and starts waiting ones.
-  void waitAndPerform(const std::vector<int>& writableFds, int waitMs);
-  // Ends the current or next waitAndPerform() sleep early. Any thread.
+  // Sleeps up to waitMs, or until the network, a wakeup(), one of
+  // `readable` (readable) or one of `writable` (writable or broken) calls.
+  // On return `readable` keeps the descriptors worth a read: those found
+  // readable, or all of them when the poll found an event it could not name,
+  // as a hang-up shows in libcurl's poll (it reports only in, out and
+  // priority).
+  void wait(std::vector<int>& readable, const std::vector<int>& writable, int waitMs);
+  // Moves the transfers on, runs the completions of finished ones and starts
+  // waiting ones.
+  void perform();
+  // Ends the current or next wait() early. Any thread.
   void wakeup();
 
   // Transfers in flight or waiting.
@@ -72,6 +78,8 @@ class CurlTransfers {
   static constexpr size_t kMaxIdleEasyHandles = 64;
 
   void finishTransfers();
+  // The descriptors of one wait(), kept to spare an allocation a turn.
+  std::vector<curl_waitfd> polled_;
   // Moves waiting transfers into the multi handle while there is room.
   void startWaiting();
   // Gives the memory of a finished burst back to the system.

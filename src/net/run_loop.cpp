@@ -26,8 +26,8 @@ void RunLoop::post(Task fn) {
     posted_.push_back(std::move(fn));
   }
   // The loop checks the queue (under the lock) before it sleeps, so only the
-  // first task of a batch needs to wake it.
-  if (wasEmpty) transfers_->wakeup();
+  // first task of a batch needs to wake it, and the loop's own posts none.
+  if (wasEmpty && !isLoopThread()) transfers_->wakeup();
 }
 
 RunLoop::TimerId RunLoop::addTimer(std::chrono::milliseconds delay, Task fn) {
@@ -73,6 +73,13 @@ void RunLoop::watchWritable(int fd, Task ready) {
 
 void RunLoop::unwatch(int fd) { writable_.erase(fd); }
 
+void RunLoop::watchReadable(int fd, Task ready) {
+  assert(isLoopThread());
+  readable_[fd] = std::move(ready);
+}
+
+void RunLoop::unwatchReadable(int fd) { readable_.erase(fd); }
+
 void RunLoop::runWritable(const std::vector<int>& watched) {
   if (watched.empty()) return;
   // Asked again without waiting: libcurl's poll reports only in, out and
@@ -111,11 +118,19 @@ void RunLoop::turn(int maxWaitMs) {
   // Sleep first and work last, so that a caller of runUntil() sees the
   // effect of this turn's work as soon as the turn returns.
   int wait = waitMs(maxWaitMs);
-  std::vector<int> watched;
-  watched.reserve(writable_.size());
-  for (const auto& [fd, ready] : writable_) watched.push_back(fd);
-  transfers_->waitAndPerform(watched, wait);
-  runWritable(watched);
+  toRead_.clear();
+  for (const auto& [fd, ready] : readable_) toRead_.push_back(fd);
+  toWrite_.clear();
+  for (const auto& [fd, ready] : writable_) toWrite_.push_back(fd);
+  transfers_->wait(toRead_, toWrite_, wait);
+  for (int fd : toRead_) {
+    auto it = readable_.find(fd);
+    if (it == readable_.end()) continue;
+    Task ready = it->second;  // a copy: `ready` may unwatch its own descriptor
+    ready();
+  }
+  transfers_->perform();
+  runWritable(toWrite_);
   runPosted();
   runTimers();
 }

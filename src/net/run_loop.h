@@ -5,8 +5,8 @@
 // which post() and quit() wake, so nothing ever blocks the loop on the
 // network.
 //
-// Owns the posted work, the timers, the writable watches and the HTTP
-// transfers. At most kMaxTransfersInFlight transfers run at once; the rest
+// Owns the posted work, the timers, the readable and writable watches and the
+// HTTP transfers. At most kMaxTransfersInFlight transfers run at once; the rest
 // wait in order, and past kMaxWaitingTransfers the oldest waiting one is
 // dropped (net/curl_transfers.h says why that one).
 //
@@ -70,6 +70,15 @@ class RunLoop {
   void watchWritable(int fd, Task ready);
   void unwatch(int fd);
 
+  // Runs `ready` on the loop thread in every turn that finds fd readable, and
+  // in turns where it may have hung up (see CurlTransfers::wait): `ready`
+  // reads without blocking and takes EAGAIN in its stride. It runs before
+  // the transfers are moved on, so a request it starts goes out in the same
+  // turn. One watch a descriptor, kept until unwatchReadable(). Loop thread
+  // only.
+  void watchReadable(int fd, Task ready);
+  void unwatchReadable(int fd);
+
   // The loop's HTTP transfers, for src/net's HTTP client. The type is
   // complete only in net/curl_transfers.h, which nothing outside src/net
   // includes. Loop thread only.
@@ -93,6 +102,9 @@ class RunLoop {
   TimerId nextTimer_ = 1;
   std::multimap<std::chrono::steady_clock::time_point, std::pair<TimerId, Task>> timers_;
   std::map<int, Task> writable_;
+  std::map<int, Task> readable_;
+  // This turn's watched descriptors, kept to spare an allocation a turn.
+  std::vector<int> toRead_, toWrite_;
   // Last, so it is set up after and goes before everything it may post to.
   std::unique_ptr<CurlTransfers> transfers_;
 };

@@ -27,17 +27,19 @@ bool writeAll(int fd, std::string_view data) {
 void makeNonBlocking(int fd) {
   struct stat st;
   if (::fstat(fd, &st) != 0 || !(S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode))) return;
+  int flags = ::fcntl(fd, F_GETFL);
+  if (flags < 0) return;
   if (S_ISFIFO(st.st_mode)) {
     std::string path = "/proc/self/fd/" + std::to_string(fd);
-    int own = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    int access = (flags & O_ACCMODE) == O_RDONLY ? O_RDONLY : O_WRONLY;
+    int own = ::open(path.c_str(), access | O_NONBLOCK | O_CLOEXEC);
     if (own >= 0) {
       bool moved = ::dup2(own, fd) == fd;
       ::close(own);
       if (moved) return;
     }
   }
-  int flags = ::fcntl(fd, F_GETFL);
-  if (flags >= 0) ::fcntl(fd, F_SETFL, flags | O_NONBLOCK);
+  ::fcntl(fd, F_SETFL, flags | O_NONBLOCK);
 }
 
 }  // namespace wren

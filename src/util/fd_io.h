@@ -8,10 +8,11 @@ namespace wren {
 // short. False on the first real error.
 bool writeAll(int fd, std::string_view data);
 
-// Makes writes to fd return EAGAIN instead of waiting when it is a pipe or a
-// socket that is full. A pipe gets an open file description of its own first
+// Makes reads and writes on fd return EAGAIN instead of waiting when it is a
+// pipe or a socket that is empty or full. A pipe gets an open file description of its own first
 // (reopened through /proc/self/fd), so the flag does not reach the other
-// processes sharing it, such as a browser that passed its own stderr on.
+// processes sharing it, such as a browser that passed its own stderr on; it
+// keeps the access mode (read or write) the descriptor had.
 // Other kinds (files, terminals) are left as they are.
 void makeNonBlocking(int fd);
 
