@@ -14,9 +14,10 @@ constexpr int kDefaultWtpLevel = 1;
 
 // The "urls" list of a rating request when it can be rated: a list of
 // dictionaries. Logs why and returns nullptr otherwise; absent is silent.
-const Json* ratingItems(const std::string& name, const Json& info) {
-  const Json* urls = findMember(info, "urls");
-  if (!urls) return nullptr;
+Json* ratingItems(const std::string& name, Json& info) {
+  auto found = info.find("urls");  // `info` is always a dictionary here
+  if (found == info.end()) return nullptr;
+  Json* urls = &*found;
   if (!urls->is_array()) {
     systemLog("[SafariToolbar] " + name + " dropped: urls is not a list");
     return nullptr;
@@ -31,8 +32,8 @@ const Json* ratingItems(const std::string& name, const Json& info) {
 }
 }  // namespace
 
-void SafariExtensionHandler::rateItems(const BrowserHandle& page, const Json& info) {
-  const Json* urls = ratingItems("rateItems", info);
+void SafariExtensionHandler::rateItems(const BrowserHandle& page, Json& info) {
+  Json* urls = ratingItems("rateItems", info);
   if (!urls) return;
   // A request without a type is deliberately not rated.
   const Json* type = findMember(info, "type");
@@ -45,8 +46,12 @@ void SafariExtensionHandler::rateItems(const BrowserHandle& page, const Json& in
     systemLog("[SafariToolbar] rateItems: type is not a text, rated like any other type");
   }
 
+  // The items are moved, not copied: from the page's dictionary to the
+  // completion, which writes the levels into them and moves them on into the
+  // answer. The service's headers are made from them before the request goes.
+  auto items = std::make_shared<Json>(std::move(*urls));
   Browser& browser = browser_;
-  server_.rateURL(*urls, [&browser, page, items = *urls](const Json& answer) mutable {
+  server_.rateURL(*items, [&browser, page, items](const Json& answer) {
     const Json* results = findMember(answer, "results");
     const Json noResults = Json::array();
     if (!results || results->is_null()) results = &noResults;
@@ -54,9 +59,9 @@ void SafariExtensionHandler::rateItems(const BrowserHandle& page, const Json& in
       systemLog("[SafariToolbar] rateItems dropped: results is not a list");
       return;
     }
-    if (results->size() > items.size()) {
+    if (results->size() > items->size()) {
       systemLog("[SafariToolbar] rateItems dropped: " + std::to_string(results->size()) + " results for " +
-                std::to_string(items.size()) + " items");
+                std::to_string(items->size()) + " items");
       return;
     }
     for (size_t i = 0; i < results->size(); ++i) {
@@ -65,13 +70,15 @@ void SafariExtensionHandler::rateItems(const BrowserHandle& page, const Json& in
         return;
       }
     }
-    for (size_t i = 0; i < results->size(); ++i) items[i]["level"] = (*results)[i]["level"];
-    browser.dispatchMessageToScript(page, "rateItems", Json{{"results", std::move(items)}});
+    for (size_t i = 0; i < results->size(); ++i) (*items)[i]["level"] = (*results)[i]["level"];
+    Json reply = Json::object();
+    reply["results"] = std::move(*items);
+    browser.dispatchMessageToScript(page, "rateItems", std::move(reply));
   });
 }
 
-void SafariExtensionHandler::wtpRating(const BrowserHandle& page, const Json& info) {
-  const Json* urls = ratingItems("wtp_rating", info);
+void SafariExtensionHandler::wtpRating(const BrowserHandle& page, Json& info) {
+  Json* urls = ratingItems("wtp_rating", info);
   if (!urls) return;
   if (urls->empty()) {
     systemLog("[SafariToolbar] wtp_rating dropped: no items");
@@ -85,7 +92,7 @@ void SafariExtensionHandler::wtpRating(const BrowserHandle& page, const Json& in
   Setting& setting = setting_;
   Browser& browser = browser_;
   server.loadSettings(
-      [&server, &setting, &browser, page, items = *urls](const Json& settings) {
+      [&server, &setting, &browser, page, items = std::move(*urls)](const Json& settings) {
         applySettings(setting, settings);
         if (!setting.bToolbarEnabled()) return;
         server.rateWTPURL(items, [&browser, page, items](const Json& answer) mutable {
@@ -107,7 +114,7 @@ void SafariExtensionHandler::wtpRating(const BrowserHandle& page, const Json& in
           const Json* level = findMember(answer, "wtp_level");
           reply["wtp_level"] = level ? *level : Json(kDefaultWtpLevel);
           if (const Json* version = findMember(answer, "productVersion")) reply["productVersion"] = *version;
-          browser.dispatchMessageToScript(page, "wtp_rating", reply);
+          browser.dispatchMessageToScript(page, "wtp_rating", std::move(reply));
         });
       },
       [&setting](const std::optional<HttpResponse>&, const std::optional<HttpError>&) { clearSettings(setting); });

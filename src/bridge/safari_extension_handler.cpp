@@ -57,14 +57,14 @@ bool SafariExtensionHandler::handlesMessage(std::string_view name) {
 }
 
 void SafariExtensionHandler::messageReceivedWithName(const std::string& name, const BrowserHandle& page,
-                                                     const std::optional<Json>& userInfo) {
+                                                     std::optional<Json> userInfo) {
   // While the service has the toolbar off, pages get nothing at all, not even
   // a log line: they never wait for an answer.
   if (!setting_.bToolbarEnabled()) return;
 
   Json info = Json::object();
   if (userInfo && userInfo->is_object()) {
-    info = *userInfo;
+    info = std::move(*userInfo);
   } else if (userInfo && !userInfo->is_null()) {
     systemLog("[SafariToolbar] " + name + ": userInfo is not a dictionary, read as none");
   }

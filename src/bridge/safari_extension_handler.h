@@ -41,9 +41,9 @@ class SafariExtensionHandler {
                          std::string buildVersion);
 
   // The single entry from the pages. userInfo is the page's dictionary, or
-  // nullopt when it sent none (a non-dictionary is read as none).
-  void messageReceivedWithName(const std::string& name, const BrowserHandle& page,
-                               const std::optional<Json>& userInfo);
+  // nullopt when it sent none (a non-dictionary is read as none). Taken by
+  // value: the rating branches move the page's items on to their answer.
+  void messageReceivedWithName(const std::string& name, const BrowserHandle& page, std::optional<Json> userInfo);
 
   // Until a relay is plugged in, "vd_scan_email" and "vd_feedback" pass the
   // gate and do nothing.
@@ -73,11 +73,12 @@ class SafariExtensionHandler {
   void setPopoverController(SafariExtensionViewController* controller) { popover_ = controller; }
 
  private:
-  using Branch = void (*)(SafariExtensionHandler&, const std::string&, const BrowserHandle&, const Json&);
+  using Branch = void (*)(SafariExtensionHandler&, const std::string&, const BrowserHandle&, Json&);
   using Branches = std::array<std::pair<const char*, Branch>, 14>;
   static const Branches& branches();
-  void rateItems(const BrowserHandle& page, const Json& info);
-  void wtpRating(const BrowserHandle& page, const Json& info);
+  // Both take the page's items out of `info`.
+  void rateItems(const BrowserHandle& page, Json& info);
+  void wtpRating(const BrowserHandle& page, Json& info);
   void sendData(const Json& info);
   void setEmail(const BrowserHandle& page, const Json& info);
   void sendCommand(const BrowserHandle& page, const Json& info);

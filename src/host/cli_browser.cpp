@@ -30,9 +30,9 @@ void CliBrowser::openTab(const BrowserHandle&, const std::string& url, bool acti
 }
 
 void CliBrowser::dispatchMessageToScript(const BrowserHandle&, const std::string& name,
-                                         const std::optional<Json>& userInfo) {
+                                         std::optional<Json> userInfo) {
   Json line{{"name", name}};
-  if (userInfo) line["userInfo"] = *userInfo;
+  if (userInfo) line["userInfo"] = std::move(*userInfo);
   ++answers_;
   printLine(line);
 }

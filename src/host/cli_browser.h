@@ -24,7 +24,7 @@ class CliBrowser : public Browser {
                          std::function<void(const std::optional<PageProperties>&)> done) override;
   void openTab(const BrowserHandle& window, const std::string& url, bool activate) override;
   void dispatchMessageToScript(const BrowserHandle& page, const std::string& name,
-                               const std::optional<Json>& userInfo) override;
+                               std::optional<Json> userInfo) override;
   size_t answers() const { return answers_; }
 
  private:

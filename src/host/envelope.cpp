@@ -21,39 +21,39 @@ bool oneOf(const std::string& s, const std::array<const char*, N>& names) {
 
 ParsedEnvelope fail(std::string why) { return {std::nullopt, std::move(why)}; }
 
-ParsedEnvelope parseMessage(const Json& j) {
+ParsedEnvelope parseMessage(Json& j) {
   auto name = j.find("name");
   if (name == j.end() || !name->is_string()) return fail("message without a text \"name\"");
   auto page = j.find("page");
   if (page == j.end()) return fail("message without \"page\"");
-  IncomingMessage m{name->get<std::string>(), *page, std::nullopt};
+  IncomingMessage m{std::move(name->get_ref<std::string&>()), std::move(*page), std::nullopt};
   auto info = j.find("userInfo");
   if (info != j.end() && !info->is_null()) {
     if (!info->is_object()) return fail("message \"" + m.name + "\" with a \"userInfo\" that is not an object");
-    m.userInfo = *info;
+    m.userInfo = std::move(*info);
   }
   return {Incoming{std::move(m)}, {}};
 }
 
-ParsedEnvelope parseResult(const Json& j) {
+ParsedEnvelope parseResult(Json& j) {
   auto id = j.find("id");
   if (id == j.end() || !id->is_number_integer()) return fail("result without an integer \"id\"");
   IncomingResult r{id->get<long long>(), Json()};
-  if (auto v = j.find("value"); v != j.end()) r.value = *v;
+  if (auto v = j.find("value"); v != j.end()) r.value = std::move(*v);
   return {Incoming{std::move(r)}, {}};
 }
 
-ParsedEnvelope parseHook(const Json& j) {
+ParsedEnvelope parseHook(Json& j) {
   auto name = j.find("name");
   if (name == j.end() || !name->is_string()) return fail("hook without a text \"name\"");
   std::string n = name->get<std::string>();
   if (!oneOf(n, kHookNames)) return fail("unknown hook \"" + n + "\"");
   IncomingHook h{std::move(n), Json()};
-  if (auto w = j.find("window"); w != j.end()) h.window = *w;
+  if (auto w = j.find("window"); w != j.end()) h.window = std::move(*w);
   return {Incoming{std::move(h)}, {}};
 }
 
-ParsedEnvelope parsePopover(const Json& j) {
+ParsedEnvelope parsePopover(Json& j) {
   auto event = j.find("event");
   if (event == j.end() || !event->is_string()) return fail("popover frame without a text \"event\"");
   IncomingPopover p{event->get<std::string>(), std::nullopt, std::nullopt};
@@ -79,7 +79,7 @@ ParsedEnvelope parsePopover(const Json& j) {
 ParsedEnvelope parseEnvelope(std::string_view payload) {
   std::optional<Json> parsed = parseJson(payload);
   if (!parsed) return fail("frame is not JSON or nests deeper than " + std::to_string(kMaxJsonDepth) + " levels");
-  const Json& j = *parsed;
+  Json& j = *parsed;
   if (!j.is_object()) return fail("frame is not a JSON object");
   auto type = j.find("type");
   if (type == j.end() || !type->is_string()) return fail("frame without a text \"type\"");
@@ -95,9 +95,9 @@ Json helloFrame(std::string_view version, std::string_view serviceOrigin) {
   return Json{{"type", "hello"}, {"version", version}, {"protocol", kProtocolVersion}, {"serviceOrigin", serviceOrigin}};
 }
 
-Json messageFrame(std::string_view name, const Json& page, const std::optional<Json>& userInfo) {
+Json messageFrame(std::string_view name, const Json& page, std::optional<Json> userInfo) {
   Json f{{"type", "message"}, {"name", name}, {"page", page}};
-  if (userInfo) f["userInfo"] = *userInfo;
+  if (userInfo) f["userInfo"] = std::move(*userInfo);
   return f;
 }
 

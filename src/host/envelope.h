@@ -49,7 +49,7 @@ ParsedEnvelope parseEnvelope(std::string_view payload);
 // The first frame: the host's version and protocol, and the local service's
 // origin, the only one whose documents may report a block page.
 Json helloFrame(std::string_view version, std::string_view serviceOrigin);
-Json messageFrame(std::string_view name, const Json& page, const std::optional<Json>& userInfo);
+Json messageFrame(std::string_view name, const Json& page, std::optional<Json> userInfo);
 Json callFrame(long long id, std::string_view method, Json arguments);
 Json popoverStateFrame(const Json& state);
 Json popoverDismissFrame();

@@ -58,8 +58,8 @@ void NativeBrowser::openTab(const BrowserHandle& window, const std::string& url,
 }
 
 void NativeBrowser::dispatchMessageToScript(const BrowserHandle& page, const std::string& name,
-                                            const std::optional<Json>& userInfo) {
-  send_(messageFrame(name, page, userInfo));
+                                            std::optional<Json> userInfo) {
+  send_(messageFrame(name, page, std::move(userInfo)));
 }
 
 std::optional<PageProperties> pagePropertiesFromJson(const Json& value) {

@@ -36,7 +36,7 @@ class NativeBrowser : public Browser {
                          std::function<void(const std::optional<PageProperties>&)> done) override;
   void openTab(const BrowserHandle& window, const std::string& url, bool activate) override;
   void dispatchMessageToScript(const BrowserHandle& page, const std::string& name,
-                               const std::optional<Json>& userInfo) override;
+                               std::optional<Json> userInfo) override;
 
  private:
   struct Pending {

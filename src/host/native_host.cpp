@@ -126,7 +126,7 @@ void NativeHost::send(const Json& frame) {
 
 void NativeHost::handlePayload(const std::string& payload) { handleEnvelope(parseEnvelope(payload)); }
 
-void NativeHost::handleEnvelope(const ParsedEnvelope& parsed) {
+void NativeHost::handleEnvelope(ParsedEnvelope&& parsed) {
   if (!parsed.value) {
     systemLog("[wren-bridge] dropped frame: " + parsed.error);
     return;
@@ -135,7 +135,7 @@ void NativeHost::handleEnvelope(const ParsedEnvelope& parsed) {
   // message from taking the whole connection down if a check was missed.
   try {
     if (auto* m = std::get_if<IncomingMessage>(&*parsed.value)) {
-      handler().messageReceivedWithName(m->name, m->page, m->userInfo);
+      handler().messageReceivedWithName(m->name, m->page, std::move(m->userInfo));
     } else if (auto* r = std::get_if<IncomingResult>(&*parsed.value)) {
       if (!browser_.handleResult(*r))
         systemLog("[wren-bridge] dropped result " + std::to_string(r->id) + ": no such call is waiting");
@@ -195,7 +195,7 @@ int runNativeMessagingHost() {
   NativeHost host(services, outFd, [&loop] { loop.quit(); });
 
   StdinReader reader(
-      loop, STDIN_FILENO, [&host](ParsedEnvelope&& parsed) { host.handleEnvelope(parsed); },
+      loop, STDIN_FILENO, [&host](ParsedEnvelope&& parsed) { host.handleEnvelope(std::move(parsed)); },
       [&loop] { loop.quit(); });
   reader.start();
   std::atomic<bool> stopping{false};

@@ -28,7 +28,7 @@ class NativeHost {
   // One frame's payload, as read from the extension.
   void handlePayload(const std::string& payload);
   // The same, parsed already.
-  void handleEnvelope(const ParsedEnvelope& parsed);
+  void handleEnvelope(ParsedEnvelope&& parsed);
 
   NativeBrowser& browser() { return browser_; }
   SafariExtensionHandler& handler() { return session_.handler(); }

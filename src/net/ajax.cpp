@@ -17,20 +17,18 @@ constexpr const char* kFormType = "application/x-www-form-urlencoded";
 
 // The caller's headers as they may go out: one per name (a later one wins),
 // unusable names dropped, values made safe.
-Headers sendableHeaders(Headers headers) {
-  Headers out = mergeHeaders({}, std::move(headers));
-  auto kept = out.begin();
-  for (auto& header : out) {
-    if (!isSendableHeaderName(header.first)) {
-      Logging::logWarningWithTag(std::nullopt, "Ajax: dropped a request header with an unusable name: " +
-                                                   safeHeaderValue(header.first));
+HeaderLines sendableHeaders(Headers headers) {
+  Headers merged = mergeHeaders({}, std::move(headers));
+  HeaderLines out;
+  out.reserve(merged.size(), 0);
+  for (const auto& [name, value] : merged) {
+    if (!isSendableHeaderName(name)) {
+      Logging::logWarningWithTag(std::nullopt,
+                                 "Ajax: dropped a request header with an unusable name: " + safeHeaderValue(name));
       continue;
     }
-    if (needsHeaderEscaping(header.second)) header.second = safeHeaderValue(header.second);
-    if (&*kept != &header) *kept = std::move(header);
-    ++kept;
+    out.add(name, value);
   }
-  out.erase(kept, out.end());
   return out;
 }
 
@@ -66,6 +64,17 @@ void Ajax::get(const std::string& url, Headers headers, const std::optional<std:
   start(std::move(request));
 }
 
+void Ajax::getWithHeaderLines(std::string url, HeaderLines headers, AjaxSuccess success, AjaxFailure failure) {
+  auto request = std::make_shared<AjaxRequest>();
+  request->kind = AjaxRequest::Kind::Get;
+  request->url = std::move(url);
+  request->headers = std::move(headers);
+  request->accepted = {kJsonType};
+  request->success = std::move(success);
+  request->failure = std::move(failure);
+  start(std::move(request));
+}
+
 void Ajax::post(const std::string& url, const Json& parameters, AjaxSuccess success, AjaxFailure failure) {
   auto request = std::make_shared<AjaxRequest>();
   request->kind = AjaxRequest::Kind::FormPost;
@@ -75,11 +84,11 @@ void Ajax::post(const std::string& url, const Json& parameters, AjaxSuccess succ
   // spelling of it is an ordinary form post.
   if (!options_.dataRelayUrl.empty() && url == options_.dataRelayUrl) {
     request->body = parameters.is_null() ? "" : parameters.dump(-1, ' ', false, Json::error_handler_t::replace);
-    request->headers = {{"Content-Type", kJsonType}};
+    request->headers.add("Content-Type", kJsonType);
     request->accepted = kDefaultJsonMediaTypes;
   } else {
     request->body = queryStringFromParameters(parameters);
-    request->headers = {{"Content-Type", kFormType}};
+    request->headers.add("Content-Type", kFormType);
     request->accepted = {kJsonType};
   }
   request->success = std::move(success);
@@ -95,7 +104,7 @@ void Ajax::post(const std::string& url, Headers headers, const std::string& body
   request->post = true;
   request->body = asciiWithSubstitutes(body);
   request->headers =
-      mergeHeaders({{"Content-Type", kJsonType}, {"Accept", kJsonType}}, sendableHeaders(std::move(headers)));
+      sendableHeaders(mergeHeaders({{"Content-Type", kJsonType}, {"Accept", kJsonType}}, std::move(headers)));
   request->accepted = kDefaultJsonMediaTypes;
   request->timeoutOverride = options_.rawPostTimeoutSeconds;
   request->rawSuccess = std::move(success);

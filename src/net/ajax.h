@@ -68,6 +68,9 @@ class Ajax {
   // GET accepting exactly `acceptContentType` ("application/json" when nullopt).
   void get(const std::string& url, Headers headers, const std::optional<std::string>& acceptContentType,
            const Json& parameters, AjaxSuccess success, AjaxFailure failure);
+  // GET of `url` as it stands, with headers built by a caller that knows its
+  // names are distinct and sendable; accepts exactly "application/json".
+  void getWithHeaderLines(std::string url, HeaderLines headers, AjaxSuccess success, AjaxFailure failure);
   // POST: JSON body to the data relay (accepting the JSON decoder's default
   // types), else a form body (accepting exactly "application/json").
   void post(const std::string& url, const Json& parameters, AjaxSuccess success, AjaxFailure failure);

@@ -1,7 +1,5 @@
 #include "net/ajax_request.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <climits>
 #include <cstring>
@@ -177,26 +175,15 @@ CURLcode configure(CURL* easy, AjaxRequest& request) {
     set(CURLOPT_POSTFIELDS, request.body.data());
   }
 
-  bool callerSetExpect = false;
-  std::vector<size_t> starts;
-  starts.reserve(request.headers.size() + 1);
-  std::string line;
-  for (const auto& [name, value] : request.headers) {
-    if (strcasecmp(name.c_str(), "Expect") == 0) callerSetExpect = true;
-    writeCurlHeaderLine(line, name, value);
-    starts.push_back(request.headerLines.size());
-    request.headerLines.append(line).push_back('\0');
-  }
   // libcurl would otherwise hold larger POST bodies back for a
   // "100-continue" that many small servers never send.
-  if (!callerSetExpect) {
-    starts.push_back(request.headerLines.size());
-    request.headerLines.append("Expect:").push_back('\0');
-  }
-  request.headerNodes.resize(starts.size());
-  for (size_t i = 0; i < starts.size(); ++i) {
-    request.headerNodes[i].data = request.headerLines.data() + starts[i];
-    request.headerNodes[i].next = i + 1 < starts.size() ? &request.headerNodes[i + 1] : nullptr;
+  static const char kNoExpect[] = "Expect:";
+  const bool addNoExpect = request.post && !request.headers.contains("Expect");
+  request.headerNodes.resize(request.headers.size() + (addNoExpect ? 1 : 0));
+  for (size_t i = 0; i < request.headerNodes.size(); ++i) {
+    request.headerNodes[i].data = i < request.headers.size() ? const_cast<char*>(request.headers.line(i))
+                                                              : const_cast<char*>(kNoExpect);
+    request.headerNodes[i].next = i + 1 < request.headerNodes.size() ? &request.headerNodes[i + 1] : nullptr;
   }
   set(CURLOPT_HTTPHEADER, request.headerNodes.empty() ? nullptr : request.headerNodes.data());
   return set.first;

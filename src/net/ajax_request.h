@@ -22,7 +22,7 @@ struct AjaxRequest {
   Kind kind = Kind::Get;
   std::string url;
   bool post = false;
-  Headers headers;  // already checked and made safe
+  HeaderLines headers;
   std::string body;
   std::vector<std::string> accepted;
   long timeoutSeconds = Ajax::kDefaultTimeoutSeconds;
@@ -39,9 +39,8 @@ struct AjaxRequest {
   // The header list libcurl reads (CURLOPT_HTTPHEADER), built here rather
   // than with curl_slist_append, which allocates each node and line and walks
   // the whole list for every append: a rating sends sixty headers. The nodes
-  // point into headerLines, the lines one after another, each ending in NUL.
+  // point into `headers`' lines.
   std::vector<curl_slist> headerNodes;
-  std::string headerLines;
   HttpResponse response;
   std::string responseBody;
   bool tooLarge = false;

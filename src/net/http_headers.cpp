@@ -146,14 +146,35 @@ Headers mergeHeaders(Headers base, Headers&& overrides) {
   return base;
 }
 
-void writeCurlHeaderLine(std::string& line, std::string_view name, std::string_view value) {
-  line.assign(name);
+void HeaderLines::reserve(size_t count, size_t bytes) {
+  starts_.reserve(count);
+  text_.reserve(bytes);
+}
+
+void HeaderLines::add(std::string_view name, std::string_view value) {
+  starts_.push_back(text_.size());
+  text_.append(name);
   if (value.empty()) {
-    line += ';';
-    return;
+    text_ += ';';
+  } else {
+    text_ += ": ";
+    if (needsHeaderEscaping(value)) {
+      text_ += safeHeaderValue(value);
+    } else {
+      text_ += value;
+    }
   }
-  line += ": ";
-  line += value;
+  text_ += '\0';
+}
+
+bool HeaderLines::contains(std::string_view name) const {
+  for (size_t start : starts_) {
+    std::string_view line(text_.data() + start);
+    if (line.size() > name.size() && sameName(line.substr(0, name.size()), name) &&
+        (line[name.size()] == ':' || line[name.size()] == ';'))
+      return true;
+  }
+  return false;
 }
 
 }  // namespace wren

@@ -3,6 +3,7 @@
 // Pure functions; any thread.
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "net/http_types.h"
 
@@ -22,9 +23,30 @@ bool isSendableHeaderName(std::string_view name);
 Headers mergeHeaders(Headers base, const Headers& overrides);
 // The same, moving the overriding strings instead of copying them.
 Headers mergeHeaders(Headers base, Headers&& overrides);
-// Writes into `line` (replacing what it held, so one buffer serves a whole
-// list) the line libcurl sends for (name, value): "Name: value", or "Name;"
-// for an empty value (libcurl would drop "Name:" instead of sending it empty).
-void writeCurlHeaderLine(std::string& line, std::string_view name, std::string_view value);
+
+// Request headers in their final form, built once by whoever knows the
+// names: one line a header as libcurl takes it ("Name: value", or "Name;" for
+// an empty value, which libcurl would otherwise drop instead of sending it
+// empty), each ending in NUL, one after another in one buffer. Values are
+// made safe as they are added; names are the caller's to keep sendable. A
+// rating sends sixty headers, so this spares it a string pair, a merge and a
+// copy for each.
+class HeaderLines {
+ public:
+  void reserve(size_t count, size_t bytes);
+  // Appends one header. `name` must be sendable (isSendableHeaderName), as
+  // fixed names are; the value goes through safeHeaderValue's escaping.
+  void add(std::string_view name, std::string_view value);
+  size_t size() const { return starts_.size(); }
+  bool empty() const { return starts_.empty(); }
+  // The i-th line, NUL-terminated.
+  const char* line(size_t i) const { return text_.data() + starts_[i]; }
+  // Whether a header of this name (case-insensitive) was added.
+  bool contains(std::string_view name) const;
+
+ private:
+  std::string text_;
+  std::vector<size_t> starts_;
+};
 
 }  // namespace wren

@@ -29,9 +29,10 @@ class Browser {
   // Opens a tab on url and makes it active when `activate`.
   virtual void openTab(const BrowserHandle& window, const std::string& url, bool activate) = 0;
   // Delivers a named message to the extension's script in that page; nullopt
-  // is "no dictionary", which differs from an empty one.
+  // is "no dictionary", which differs from an empty one. Taken by value: a
+  // caller done with its answer moves it in and nothing is copied.
   virtual void dispatchMessageToScript(const BrowserHandle& page, const std::string& name,
-                                       const std::optional<Json>& userInfo) = 0;
+                                       std::optional<Json> userInfo) = 0;
 };
 
 }  // namespace wren

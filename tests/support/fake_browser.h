@@ -41,7 +41,7 @@ class FakeBrowser : public Browser {
     answer([this, d] { d(properties); });
   }
   void openTab(const BrowserHandle&, const std::string&, bool) override {}
-  void dispatchMessageToScript(const BrowserHandle&, const std::string& name, const std::optional<Json>& i) override {
+  void dispatchMessageToScript(const BrowserHandle&, const std::string& name, std::optional<Json> i) override {
     messages.push_back({name, i});
   }
 
