@@ -116,7 +116,7 @@ void NativeHost::send(const Json& frame) {
               " bytes: a browser accepts at most " + std::to_string(kMaxOutgoingFrameBytes));
     return;
   }
-  if (out_.push(payload) == OutputQueue::Push::kRefused) {
+  if (out_.push(std::move(payload)) == OutputQueue::Push::kRefused) {
     std::string what = frame.value("type", "");
     if (frame.contains("name") && frame["name"].is_string()) what += " \"" + frame["name"].get<std::string>() + "\"";
     systemLog("[wren-bridge] dropped " + what + " frame: the browser has not read the " +
