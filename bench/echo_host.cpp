@@ -9,18 +9,36 @@
 // ends.
 #include <unistd.h>
 
+#include <string>
+
 #include "host/framing.h"
 #include "util/json.h"
+
+namespace {
+
+// Reads exactly n bytes; false at the end of input or an error.
+bool readExactly(char* buf, size_t n) {
+  for (size_t got = 0; got < n;) {
+    ssize_t r = ::read(STDIN_FILENO, buf + got, n - got);
+    if (r <= 0) return false;
+    got += static_cast<size_t>(r);
+  }
+  return true;
+}
+
+}  // namespace
 
 int main() {
   using wren::Json;  // the host's own dictionary type, so both pay the same JSON
   if (!wren::writeFrame(STDOUT_FILENO, Json{{"type", "hello"}, {"version", "echo"}, {"protocol", 1}}.dump()))
     return 1;
-  wren::FrameReader frames(STDIN_FILENO);
+  std::string payload;
   for (;;) {
-    wren::ReadResult r = frames.next();
-    if (r.status != wren::ReadStatus::kFrame) return 0;
-    Json frame = Json::parse(r.payload, nullptr, false);
+    char header[wren::kFrameHeaderBytes];
+    if (!readExactly(header, sizeof header)) return 0;
+    payload.resize(wren::decodeFrameHeader(header));
+    if (!readExactly(payload.data(), payload.size())) return 0;
+    Json frame = Json::parse(payload, nullptr, false);
     if (!frame.is_object() || frame.value("type", "") != "message") continue;
     Json answer = {{"type", "message"}, {"name", frame["name"]}, {"page", frame["page"]}};
     Json& info = frame["userInfo"];

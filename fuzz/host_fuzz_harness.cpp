@@ -6,8 +6,8 @@
 #include <memory>
 
 #include "fuzz_services.h"
-#include "host/framing.h"
 #include "host/native_host.h"
+#include "host/stdin_reader.h"
 #include "support/test_server.h"
 #include "util/logging.h"
 
@@ -65,11 +65,13 @@ void runOneInput(const uint8_t* data, size_t size) {
   ::close(pipeFds[1]);
 
   auto host = std::make_unique<NativeHost>(w.domain->services, w.devNull, nullptr);
-  FrameReader reader(pipeFds[0]);
-  for (;;) {
-    ReadResult r = reader.next();
-    if (r.status != ReadStatus::kFrame) break;
-    host->handlePayload(r.payload);
+  bool ended = false;
+  {
+    StdinReader reader(
+        w.loop, pipeFds[0], [&](ParsedEnvelope&& parsed) { host->handleEnvelope(std::move(parsed)); },
+        [&] { ended = true; });
+    reader.start();
+    w.loop.runUntil([&] { return ended; });
   }
   ::close(pipeFds[0]);
   // Let every request started by this input complete before the next one.
