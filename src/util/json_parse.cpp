@@ -1,5 +1,6 @@
 #include "util/json_parse.h"
 
+#include <algorithm>
 #include <string>
 #include <functional>
 #include <utility>
@@ -73,6 +74,14 @@ Json& slotFor(Object& map, KeyIndex& index, std::string&& key) {
   // The vector under the map: ordered_map's own insert and [] search again.
   Entries& object = map;
   if (auto at = index.find(object, key)) return object[*at].second;
+  if (object.size() == object.capacity()) {
+    // Grown by hand: the entries' keys are const, so the vector's own growth
+    // would copy every value, subtrees and all, where this moves them.
+    Entries grown;
+    grown.reserve(std::max<size_t>(1, 2 * object.size()));
+    for (auto& entry : object) grown.emplace_back(entry.first, std::move(entry.second));
+    object.swap(grown);
+  }
   object.emplace_back(std::move(key), nullptr);
   index.added(object, object.size() - 1);
   return object.back().second;
