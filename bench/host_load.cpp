@@ -6,9 +6,12 @@
 // hello; then the host's CPU per answer as a multiple of the echo host's.
 //
 //   host_load [--pages 64] [--links 20] [--seconds 5] [--rounds 3] [--no-echo] [--host PATH]
+//             [--service sim|nginx]
 //
 // --host measures another build of the host (or a wrapper that runs it under
-// a profiler) in wren-bridge's place.
+// a profiler) in wren-bridge's place. --service nginx puts a static stand-in
+// for the local service in the simulator's place (Debian's nginx, when
+// installed), so that less of the machine goes to the service.
 #include <signal.h>
 #include <unistd.h>
 
@@ -151,6 +154,7 @@ int main(int argc, char** argv) {
   std::string hostExe = WREN_BRIDGE_EXE;
   int rounds = 3;
   bool echo = true;
+  std::string service = "sim";
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
     if (a == "--no-echo") {
@@ -164,15 +168,18 @@ int main(int argc, char** argv) {
     if (a == "--seconds") load.seconds = std::stod(v);
     if (a == "--rounds") rounds = std::max(1, std::stoi(v));
     if (a == "--host") hostExe = v;
+    if (a == "--service") service = v;
   }
   pid_t sim = -1;
-  load.env = wren::bench::hostEnvironment("load", &sim);
+  load.env = service == "nginx" ? wren::bench::staticServiceEnvironment("load", load.links, &sim)
+                                 : wren::bench::hostEnvironment("load", &sim);
   if (load.env.empty()) {
-    std::fprintf(stderr, "could not start the simulator\n");
+    std::fprintf(stderr, "could not start the %s\n", service == "nginx" ? "nginx stand-in" : "simulator");
     return 1;
   }
 
-  std::printf("%d pages in flight, rateItems of %d links, %.0f s a round\n", load.pages, load.links, load.seconds);
+  std::printf("%d pages in flight, rateItems of %d links, %.0f s a round, against the %s\n", load.pages, load.links,
+              load.seconds, service == "nginx" ? "nginx stand-in" : "simulator");
   std::printf("%-11s %5s %9s %10s %8s %8s %8s %8s %8s\n", "host", "round", "answers/s", "cpu us/ans", "p50 ms",
               "p99 ms", "max ms", "RSS MiB", "hello ms");
   std::vector<double> hostCpu, echoCpu;

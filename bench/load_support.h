@@ -17,6 +17,13 @@ namespace wren::bench {
 // own ("/tmp/wren-NAME-XXXXXX"); empty when the simulator did not come up.
 std::map<std::string, std::string> hostEnvironment(const std::string& name, pid_t* sim);
 
+// The same against a static stand-in for the local service instead: Debian's
+// nginx, when installed, on a free loopback port, turning the toolbar and both
+// scans on and answering every rating with `links` results, so that a
+// measurement of the host includes as little of the service's own work as
+// can be. Its pid in *nginx; empty when nginx is not there or did not come up.
+std::map<std::string, std::string> staticServiceEnvironment(const std::string& name, int links, pid_t* nginx);
+
 // Sends a toolbar validation, which loads the service's settings as in the
 // browser, then probes with a message from `page` until one is answered;
 // false when none is.
