@@ -47,12 +47,12 @@ void SafariExtensionViewController::initializeLayer() {
 }
 
 void SafariExtensionViewController::installHover(size_t row) {
-  const PopoverRow& spec = popoverRows()[row];
-  HoverButton* button = view_.*spec.buttonOutlet;
+  const PopoverRow& entry = popoverRows()[row];
+  HoverButton* button = view_.*entry.buttonOutlet;
   if (!button) return;
   // The layer was sized from the row's container but goes onto the hover
   // target; the two are laid out with the same size.
-  button->setMouseEnterHandler([this, row, target = spec.hoverTargetOutlet] {
+  button->setMouseEnterHandler([this, row, target = entry.hoverTargetOutlet] {
     GradientLayer* highlight = layers_[row].get();
     View* view = view_.*target;
     if (highlight && view && view->layer()) view->layer()->addSublayer(highlight);
