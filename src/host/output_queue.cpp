@@ -7,7 +7,6 @@
 
 #include <algorithm>
 
-
 namespace wren {
 
 OutputQueue::OutputQueue(RunLoop& loop, int fd, std::function<void()> onBroken)
@@ -23,7 +22,7 @@ OutputQueue::~OutputQueue() {
 
 OutputQueue::Push OutputQueue::push(std::string payload) {
   if (broken_) return Push::kBroken;
-  Frame frame{static_cast<uint32_t>(payload.size()), std::move(payload)};
+  Frame frame{encodeFrameHeader(static_cast<uint32_t>(payload.size())), std::move(payload)};
   if (bytes_ + frame.size() > kMaxQueuedBytes) return Push::kRefused;
   bytes_ += frame.size();
   peakBytes_ = std::max(peakBytes_, bytes_);
@@ -50,7 +49,7 @@ bool OutputQueue::writeSome() {
         skip -= from;
         if (from < size) parts[count++] = {const_cast<char*>(static_cast<const char*>(data)) + from, size - from};
       };
-      add(&it->length, sizeof it->length);
+      add(it->header.data(), it->header.size());
       add(it->payload.data(), it->payload.size());
     }
     ssize_t n = ::writev(fd_, parts, static_cast<int>(count));

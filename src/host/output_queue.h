@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/frame_codec.h"
 #include "net/run_loop.h"
 
 namespace wren {
@@ -49,9 +50,9 @@ class OutputQueue {
   static constexpr size_t kKeptQueueBytes = 1024 * 1024;
 
   struct Frame {
-    uint32_t length;  // the frame's header, in native byte order
+    FrameHeader header;
     std::string payload;
-    size_t size() const { return sizeof length + payload.size(); }
+    size_t size() const { return header.size() + payload.size(); }
   };
 
   // Writes until the pipe is full or the queue is empty; false when broken.
